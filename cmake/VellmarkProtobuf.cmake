@@ -1,0 +1,38 @@
+# Generates C++ from .proto files with protoc at build time.
+#
+# Every schema is compiled relative to its own import root, so that it registers in the
+# descriptor pool under the plain name other schemas import it by ("Errors.proto",
+# "ProtoToMarkup/MarkupOptions.proto"). All generated files go under one folder, which
+# the targets below put on their include path.
+set(VELLMARK_PROTO_OUT ${CMAKE_BINARY_DIR}/generated)
+set(VELLMARK_PROTO_ROOTS
+    ${PROJECT_SOURCE_DIR}/platform
+    ${PROJECT_SOURCE_DIR}/lan
+    ${PROJECT_SOURCE_DIR}/Protobufs)
+file(MAKE_DIRECTORY ${VELLMARK_PROTO_OUT})
+
+# vellmark_protobuf_generate(<out-var> <import-root> <file.proto>...)
+# Sets <out-var> to the generated .pb.cc files.
+function(vellmark_protobuf_generate out_var root)
+  set(include_flags)
+  foreach(dir ${VELLMARK_PROTO_ROOTS})
+    list(APPEND include_flags -I${dir})
+  endforeach()
+  set(sources)
+  foreach(proto ${ARGN})
+    get_filename_component(abs ${proto} ABSOLUTE BASE_DIR ${root})
+    file(RELATIVE_PATH rel ${root} ${abs})
+    string(REGEX REPLACE "\\.proto$" "" stem ${rel})
+    set(cc ${VELLMARK_PROTO_OUT}/${stem}.pb.cc)
+    set(h ${VELLMARK_PROTO_OUT}/${stem}.pb.h)
+    add_custom_command(
+      OUTPUT ${cc} ${h}
+      COMMAND protobuf::protoc --cpp_out=${VELLMARK_PROTO_OUT} ${include_flags} ${abs}
+      DEPENDS ${abs} protobuf::protoc
+      COMMENT "Generating C++ from ${rel}"
+      VERBATIM)
+    set_source_files_properties(${cc} PROPERTIES COMPILE_OPTIONS -w)
+    list(APPEND sources ${cc})
+  endforeach()
+  set(${out_var} ${sources} PARENT_SCOPE)
+endfunction()

@@ -1,0 +1,42 @@
+#pragma once
+// LogCapture: records every line written through DPrint while it lives.
+//
+// Construction installs a sink that stores each line (logger, level, function name and
+// text) and raises the given logger's threshold; destruction restores both. Lines may
+// come from any thread; Lines() returns a copy taken under the capture's lock.
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "DPrint.h"
+
+class LogCapture {
+public:
+    struct Line {
+        std::string logger;
+        DPrint::Level level;
+        std::string function;
+        std::string text;
+        bool operator==(Line const& other) const;
+    };
+
+    explicit LogCapture(DPrint& logger, DPrint::Level threshold = DPrint::Detail);
+    ~LogCapture();
+    LogCapture(LogCapture const&) = delete;
+    LogCapture& operator=(LogCapture const&) = delete;
+
+    std::vector<Line> Lines() const;
+    // The texts of the lines, in order.
+    std::vector<std::string> Texts() const;
+    void Clear();
+
+private:
+    DPrint& m_logger;
+    DPrint::Level m_previousThreshold;
+    DPrint::Sink m_previousSink;
+    mutable std::mutex m_mutex;
+    std::vector<Line> m_lines;
+};
+
+// Prints a line in test failure messages.
+std::ostream& operator<<(std::ostream& out, LogCapture::Line const& line);

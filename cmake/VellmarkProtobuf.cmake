@@ -10,6 +10,12 @@ set(VELLMARK_PROTO_ROOTS
     ${PROJECT_SOURCE_DIR}/lan
     ${PROJECT_SOURCE_DIR}/Protobufs)
 file(MAKE_DIRECTORY ${VELLMARK_PROTO_OUT})
+# Every schema of every root: a change to an imported file regenerates its importers too.
+set(VELLMARK_PROTO_FILES)
+foreach(dir ${VELLMARK_PROTO_ROOTS})
+  file(GLOB_RECURSE found CONFIGURE_DEPENDS ${dir}/*.proto)
+  list(APPEND VELLMARK_PROTO_FILES ${found})
+endforeach()
 
 # vellmark_protobuf_generate(<out-var> <import-root> <file.proto>...)
 # Sets <out-var> to the generated .pb.cc files.
@@ -28,7 +34,7 @@ function(vellmark_protobuf_generate out_var root)
     add_custom_command(
       OUTPUT ${cc} ${h}
       COMMAND protobuf::protoc --cpp_out=${VELLMARK_PROTO_OUT} ${include_flags} ${abs}
-      DEPENDS ${abs} protobuf::protoc
+      DEPENDS ${abs} ${VELLMARK_PROTO_FILES} protobuf::protoc
       COMMENT "Generating C++ from ${rel}"
       VERBATIM)
     set_source_files_properties(${cc} PROPERTIES COMPILE_OPTIONS -w)

@@ -43,7 +43,9 @@ public:
     // True when a line at `level` would be written. One relaxed atomic load.
     bool IsLog(Level level) const { return level <= m_threshold.load(std::memory_order_relaxed); }
     void SetThreshold(Level level) { m_threshold.store(level, std::memory_order_relaxed); }
-    Level Threshold() const { return static_cast<Level>(m_threshold.load(std::memory_order_relaxed)); }
+    Level Threshold() const {
+        return static_cast<Level>(m_threshold.load(std::memory_order_relaxed));
+    }
 
     // Starts a streamed line: records `function` as the line's function name. Write the
     // text into `stream` afterwards and finish with Put.

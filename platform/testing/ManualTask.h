@@ -1,0 +1,39 @@
+#pragma once
+// ManualTask: a NotifyTargetTaskIF for deterministic tests. Posted entries wait until the
+// test runs them, on the test's own thread. Posting is thread-safe. Stop() drops what is
+// queued, calls the stop notifications once, and makes later posts drop their entries,
+// like the real task.
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <mutex>
+
+#include "NotifyTargetTaskIF.h"
+#include "StopNotifier.h"
+
+class ManualTask final : public NotifyTargetTaskIF {
+public:
+    ManualTask() = default;
+    ~ManualTask() override;
+
+    void PostCallbackEntry(std::shared_ptr<IL::CallbackEntry> entry) override;
+    CallbackConnection RegisterStopNotification(std::function<void()> const& onStop) override;
+
+    // Runs the oldest entry; false if none is queued.
+    bool RunOne();
+    // Runs entries, also those they post, until none is left or `limit` have run.
+    // Returns how many ran.
+    std::size_t RunUntilIdle(std::size_t limit = 100000);
+    std::size_t Pending() const;
+
+    void Stop();
+    bool IsStopped() const { return m_stopNotifier.IsStopped(); }
+    // Stop notifications registered and not disconnected.
+    std::size_t StopRegistrations() const { return m_stopNotifier.Registrations(); }
+
+private:
+    mutable std::mutex m_mutex;
+    std::deque<std::shared_ptr<IL::CallbackEntry>> m_queue;
+    bool m_stopped = false;
+    StopNotifier m_stopNotifier;
+};

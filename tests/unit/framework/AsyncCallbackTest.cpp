@@ -170,6 +170,30 @@ TEST(AsyncCallback, StopNotificationAfterLastCopyIsGoneHasNoEffect) {
     EXPECT_TRUE(task.IsStopped());
 }
 
+// A task that keeps every stop notification it was given, even disconnected ones, so a
+// test can deliver one late.
+class RecordingTask final : public NotifyTargetTaskIF {
+public:
+    void PostCallbackEntry(std::shared_ptr<IL::CallbackEntry>) override { ++posts; }
+    CallbackConnection RegisterStopNotification(std::function<void()> const& onStop) override {
+        notifications.push_back(onStop);
+        return CallbackConnection([] {});
+    }
+    std::vector<std::function<void()>> notifications;
+    int posts = 0;
+};
+
+TEST(AsyncCallback, LateStopNotificationForAGoneCallbackHasNoEffect) {
+    RecordingTask task;
+    {
+        AsyncCallback<int> callback([](int const&) {}, &task);
+        callback(1);
+    }
+    ASSERT_EQ(task.notifications.size(), 1u);
+    task.notifications[0]();  // reaches a WeakRef whose implementation is gone
+    EXPECT_EQ(task.posts, 1);
+}
+
 TEST(AsyncCallback, WeakRefToDestroyedImplementationDoesNothing) {
     ManualTask task;
     std::unique_ptr<WeakRef> ref;

@@ -175,3 +175,39 @@ TEST_F(RouterTemplates, ResponseForAnotherTypeReachesOnlyItsOwnHandler) {
 }
 
 }  // namespace
+
+namespace {
+
+// The identifier, not the payload type, decides which handler a message reaches: sources,
+// voice-assistant accounts and MSP-host accounts all travel as `sources`.
+TEST(RouterIdentifiers, SourcesReplyUnderTheVoiceAccountsIdentifierReachesOnlyItsHandler) {
+    ManualTask task;
+    FakeRouter router;
+    int sourcesCalls = 0, voiceCalls = 0;
+    AsyncCallback<VellmarkPB::sources> sources([&](VellmarkPB::sources const&) { ++sourcesCalls; },
+                                               &task);
+    AsyncCallback<VellmarkPB::sources> voice([&](VellmarkPB::sources const&) { ++voiceCalls; },
+                                             &task);
+    router.SendRequest(1u, VellmarkPB::sources(), sources);
+    router.SendRequest(6u, VellmarkPB::sources(), voice);
+    router.Respond(1, SourcesWithId("voice account"));
+    task.RunUntilIdle();
+    EXPECT_EQ(voiceCalls, 1);
+    EXPECT_EQ(sourcesCalls, 0);
+}
+
+TEST(RouterIdentifiers, SourcesUpdateUnderTheVoiceAccountsIdentifierReachesOnlyItsHandler) {
+    ManualTask task;
+    FakeRouter router;
+    int sourcesCalls = 0, voiceCalls = 0;
+    router.Attach(8u, AsyncCallback<VellmarkPB::sources>(
+                          [&](VellmarkPB::sources const&) { ++sourcesCalls; }, &task));
+    router.Attach(10u, AsyncCallback<VellmarkPB::sources>(
+                           [&](VellmarkPB::sources const&) { ++voiceCalls; }, &task));
+    router.Push(10u, SourcesWithId("voice account"));
+    task.RunUntilIdle();
+    EXPECT_EQ(voiceCalls, 1);
+    EXPECT_EQ(sourcesCalls, 0);
+}
+
+}  // namespace

@@ -28,13 +28,7 @@ Task::~Task() {
 }
 
 void Task::PostCallbackEntry(std::shared_ptr<CallbackEntry> entry) {
-    if (!entry) return;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_stopped) return;  // `entry` is dropped here, outside the lock
-        m_queue.push_back(std::move(entry));
-    }
-    m_wake.notify_one();
+    m_queue.Push(std::move(entry));
 }
 
 CallbackConnection Task::RegisterStopNotification(std::function<void()> const& onStop) {
@@ -42,31 +36,14 @@ CallbackConnection Task::RegisterStopNotification(std::function<void()> const& o
 }
 
 void Task::Stop() {
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_stopped = true;
-    }
-    m_wake.notify_one();
+    m_queue.Close();
     if (RunsOnCurrentThread()) return;
     std::lock_guard<std::mutex> lock(m_joinMutex);
     if (m_thread.joinable()) m_thread.join();
 }
 
-bool Task::IsStopped() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_stopped;
-}
-
 void Task::Run() {
-    for (;;) {
-        std::shared_ptr<CallbackEntry> entry;
-        {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            m_wake.wait(lock, [this] { return m_stopped || !m_queue.empty(); });
-            if (m_stopped) break;
-            entry = std::move(m_queue.front());
-            m_queue.pop_front();
-        }
+    while (auto entry = m_queue.WaitPop()) {
         try {
             entry->Dispatch();
         } catch (std::exception const& e) {
@@ -75,12 +52,6 @@ void Task::Run() {
             TaskLog().Log(DPrint::Error, "task %s: entry threw", m_name.c_str());
         }
     }
-    std::deque<std::shared_ptr<CallbackEntry>> dropped;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        dropped.swap(m_queue);
-    }
-    dropped.clear();  // destroyed without running, outside the lock
     m_stopNotifier.NotifyStopped();
 }
 

@@ -11,13 +11,12 @@
 // thread ends after that entry returns). The destructor stops and joins; it must not run
 // on the task's own thread. Firing at a task while it is being destroyed is the owner's
 // error: stop the producers first.
-#include <condition_variable>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 
+#include "EntryQueue.h"
 #include "NotifyTargetTaskIF.h"
 #include "StopNotifier.h"
 
@@ -37,7 +36,7 @@ public:
     // Stops the task (see above) and waits for its thread, unless called on it.
     void Stop();
 
-    bool IsStopped() const;
+    bool IsStopped() const { return m_queue.IsClosed(); }
     // True on the task's own thread.
     bool RunsOnCurrentThread() const { return std::this_thread::get_id() == m_threadId; }
     std::thread::id ThreadId() const { return m_threadId; }
@@ -47,13 +46,11 @@ private:
     void Run();
 
     std::string const m_name;
-    mutable std::mutex m_mutex;
-    std::condition_variable m_wake;
-    std::deque<std::shared_ptr<CallbackEntry>> m_queue;
-    bool m_stopped = false;
+    EntryQueue m_queue;
     StopNotifier m_stopNotifier;
     std::mutex m_joinMutex;
     std::thread m_thread;
+    // Kept apart from m_thread: join() resets the thread's id, and the task thread reads it.
     std::thread::id m_threadId;
 };
 

@@ -5,9 +5,7 @@ ManualTask::~ManualTask() {
 }
 
 void ManualTask::PostCallbackEntry(std::shared_ptr<IL::CallbackEntry> entry) {
-    if (!entry) return;
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_stopped) m_queue.push_back(std::move(entry));
+    m_queue.Push(std::move(entry));
 }
 
 CallbackConnection ManualTask::RegisterStopNotification(std::function<void()> const& onStop) {
@@ -15,13 +13,8 @@ CallbackConnection ManualTask::RegisterStopNotification(std::function<void()> co
 }
 
 bool ManualTask::RunOne() {
-    std::shared_ptr<IL::CallbackEntry> entry;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_queue.empty()) return false;
-        entry = std::move(m_queue.front());
-        m_queue.pop_front();
-    }
+    auto entry = m_queue.TryPop();
+    if (!entry) return false;
     entry->Dispatch();
     return true;
 }
@@ -32,18 +25,7 @@ std::size_t ManualTask::RunUntilIdle(std::size_t limit) {
     return ran;
 }
 
-std::size_t ManualTask::Pending() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_queue.size();
-}
-
 void ManualTask::Stop() {
-    std::deque<std::shared_ptr<IL::CallbackEntry>> dropped;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_stopped = true;
-        dropped.swap(m_queue);
-    }
-    dropped.clear();
+    m_queue.Close();
     m_stopNotifier.NotifyStopped();
 }

@@ -4,10 +4,9 @@
 // queued, calls the stop notifications once, and makes later posts drop their entries,
 // like the real task.
 #include <cstddef>
-#include <deque>
 #include <memory>
-#include <mutex>
 
+#include "EntryQueue.h"
 #include "NotifyTargetTaskIF.h"
 #include "StopNotifier.h"
 
@@ -24,7 +23,7 @@ public:
     // Runs entries, also those they post, until none is left or `limit` have run.
     // Returns how many ran.
     std::size_t RunUntilIdle(std::size_t limit = 100000);
-    std::size_t Pending() const;
+    std::size_t Pending() const { return m_queue.Size(); }
 
     void Stop();
     bool IsStopped() const { return m_stopNotifier.IsStopped(); }
@@ -32,8 +31,6 @@ public:
     std::size_t StopRegistrations() const { return m_stopNotifier.Registrations(); }
 
 private:
-    mutable std::mutex m_mutex;
-    std::deque<std::shared_ptr<IL::CallbackEntry>> m_queue;
-    bool m_stopped = false;
+    EntryQueue m_queue;
     StopNotifier m_stopNotifier;
 };

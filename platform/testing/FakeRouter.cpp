@@ -23,12 +23,11 @@ bool FakeRouter::IsOpen() const {
 }
 
 void FakeRouter::Stop() {
-    std::function<void()> handler;
+    std::function<void()> disconnectHandler;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         ++m_stops;
-        handler = std::move(m_disconnectHandler);
-        m_disconnectHandler = nullptr;
+        disconnectHandler.swap(m_disconnectHandler);
     }
     // Dropped outside the lock: the handlers own callback copies.
     m_requests->TakeAll();

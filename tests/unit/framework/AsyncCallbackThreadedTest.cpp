@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "AsyncCallback.h"
-#include "BreakThread.h"
 #include "ConnectorSocket.h"
 #include "Latch.h"
 #include "Task.h"
+#include "TaskBlocker.h"
 
 namespace {
 
@@ -77,14 +77,9 @@ TEST(AsyncCallbackOnTask, EntryKeepsASharedSocketAliveUntilDispatched) {
         void Close() override {}
     };
     IL::Task task("socket");
-    Latch blocked, release, dispatched;
-    IL::BreakThread(
-        [&] {
-            blocked.CountDown();
-            release.Wait();
-        },
-        &task);
-    ASSERT_TRUE(blocked.Wait());
+    Latch dispatched;
+    TaskBlocker blocker(task);
+    ASSERT_TRUE(blocker.Entered());
 
     std::weak_ptr<Network::ConnectorSocket> watch;
     std::atomic<bool> aliveInFunction{false};
@@ -100,7 +95,7 @@ TEST(AsyncCallbackOnTask, EntryKeepsASharedSocketAliveUntilDispatched) {
         callback(socket);
     }
     EXPECT_FALSE(watch.expired()) << "the queued entry owns the socket";
-    release.CountDown();
+    blocker.Release();
     ASSERT_TRUE(dispatched.Wait());
     task.Stop();  // the entry has been dropped once the thread has ended
     EXPECT_TRUE(aliveInFunction);

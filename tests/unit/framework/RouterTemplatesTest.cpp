@@ -26,6 +26,15 @@ protected:
     std::vector<VellmarkPB::sources> received;
     AsyncCallback<VellmarkPB::sources> callback{
         [this](VellmarkPB::sources const& s) { received.push_back(s); }, &task};
+
+    // Sends a sources request and answers it with a payload whose type name is `name`.
+    void RequestAndRespondNamed(std::string const& name) {
+        router.SendRequest(1u, VellmarkPB::sources(), callback);
+        IPCMessageEnvelope response = EnvelopeOf(SourcesWithId("x"));
+        response.set_payload_type_name(name);
+        router.Respond(0, response);
+        task.RunUntilIdle();
+    }
 };
 
 TEST_F(RouterTemplates, SendRequestSendsTheTypedRequestUnderItsIdentifier) {
@@ -63,11 +72,7 @@ TEST_F(RouterTemplates, ResponseWithoutPayloadTypeNameIsDecodedAndDelivered) {
 }
 
 TEST_F(RouterTemplates, CapitalisedTypeNameIsAMismatchReportedOnce) {
-    router.SendRequest(1u, VellmarkPB::sources(), callback);
-    IPCMessageEnvelope response = EnvelopeOf(SourcesWithId("x"));
-    response.set_payload_type_name("Sources");
-    router.Respond(0, response);
-    task.RunUntilIdle();
+    RequestAndRespondNamed("Sources");
     EXPECT_TRUE(received.empty());
     EXPECT_EQ(task.Pending(), 0u);
     EXPECT_EQ(router.MismatchCount(), 1);
@@ -77,11 +82,7 @@ TEST_F(RouterTemplates, CapitalisedTypeNameIsAMismatchReportedOnce) {
 }
 
 TEST_F(RouterTemplates, PresentButEmptyTypeNameIsAMismatch) {
-    router.SendRequest(1u, VellmarkPB::sources(), callback);
-    IPCMessageEnvelope response = EnvelopeOf(SourcesWithId("x"));
-    response.set_payload_type_name("");
-    router.Respond(0, response);
-    task.RunUntilIdle();
+    RequestAndRespondNamed("");
     EXPECT_TRUE(received.empty());
     EXPECT_EQ(router.MismatchCount(), 1);
 }

@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <stdexcept>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "BreakThread.h"
 #include "Latch.h"
 #include "LogCapture.h"
+#include "TaskBlocker.h"
 
 namespace {
 
@@ -104,20 +106,18 @@ TEST(Task, EntriesPostedAfterStopAreDroppedWithoutRunning) {
 
 TEST(Task, EntriesQueuedWhenStoppedAreDroppedWithoutRunning) {
     IL::Task task("drop");
-    Latch blocked, release;
     std::atomic<int> laterRuns{0};
-    IL::BreakThread(
-        [&] {
-            blocked.CountDown();
-            release.Wait();
-        },
-        &task);
-    ASSERT_TRUE(blocked.Wait());
+    TaskBlocker blocker(task);
+    ASSERT_TRUE(blocker.Entered());
     for (int i = 0; i < 5; ++i) IL::BreakThread([&] { ++laterRuns; }, &task);
     std::thread stopper([&] { task.Stop(); });
     // Stop() has to wait for the running entry; let it go only once the task is stopped.
-    while (!task.IsStopped()) std::this_thread::yield();
-    release.CountDown();
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!task.IsStopped() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    EXPECT_TRUE(task.IsStopped());
+    blocker.Release();
     stopper.join();
     EXPECT_EQ(laterRuns, 0);
 }

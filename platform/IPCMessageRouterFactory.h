@@ -1,0 +1,28 @@
+#pragma once
+// IPCMessageRouterFactory: builds the router for one connected socket.
+//
+// Tests replace what CreateRouter makes with SetFactory.
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "ConnectorSocket.h"
+#include "IPCMessageRouterIF.h"
+#include "NotifyTargetTaskIF.h"
+
+class IPCMessageRouterFactory {
+public:
+    using Factory = std::function<std::shared_ptr<IPCMessageRouterIF>(
+        std::string const& name, NotifyTargetTaskIF* task,
+        std::shared_ptr<Network::ConnectorSocket> const& socket)>;
+
+    // A router called `name` over `socket`; `task` is the task of its user. Returns nothing
+    // when no router can be made for the socket.
+    static std::shared_ptr<IPCMessageRouterIF> CreateRouter(
+        std::string const& name, NotifyTargetTaskIF* task,
+        std::shared_ptr<Network::ConnectorSocket> const& socket);
+
+    // Makes CreateRouter use `factory` from now on and returns the factory used so far; an
+    // empty one restores the built-in factory.
+    static Factory SetFactory(Factory factory);
+};

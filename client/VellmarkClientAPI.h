@@ -1,0 +1,236 @@
+#pragma once
+// VellmarkClientAPI: the client of the Vellmark service (see VellmarkClientAPIIF for the
+// contract of each operation).
+//
+// Construct it on any thread with the task that is to run its callbacks; it starts
+// connecting at once to the service endpoint "Vellmark" and reconnects whenever the
+// connection comes back. Everything but the argument copying of the public operations runs
+// on that task, which is why the members need no lock.
+//
+// Ownership: the caller owns the client and the task, and the task must outlive the
+// client. The client owns its listener, router, queues and callbacks. Destroying it ends
+// the connection and drops queued work without running it; work already posted to the
+// task for it does nothing once it is gone. Destroy it on any thread, but not from inside
+// one of its own callbacks.
+#include <array>
+#include <atomic>
+#include <functional>
+#include <list>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "AsyncCallback.h"
+#include "ClientListener.h"
+#include "IPCMessageRouterIF.h"
+#include "LifetimeGuard.h"
+#include "NotifyTargetTaskIF.h"
+#include "VellmarkAcctOpEnvelope.pb.h"
+#include "VellmarkClientAPIIF.h"
+#include "VellmarkMessageId.pb.h"
+
+class VellmarkClientAPI : public VellmarkClientAPIIF {
+public:
+    // `task` receives every callback; it is not owned. Logs the library version.
+    explicit VellmarkClientAPI(NotifyTargetTaskIF* task);
+    ~VellmarkClientAPI() override;
+    VellmarkClientAPI(VellmarkClientAPI const&) = delete;
+    VellmarkClientAPI& operator=(VellmarkClientAPI const&) = delete;
+
+    void SubscribeSourcesRequest(std::string const& unused,
+                                 Callback<VellmarkPB::sources> const& callback) override;
+    void SubscribeProductSettingsRequest(
+        std::string const& unused, Callback<VellmarkPB::ProductSettings> const& callback) override;
+    void SubscribePersonsInfoRequest(std::string const& unused,
+                                     Callback<VellmarkPB::persons> const& callback) override;
+    void SubscribeVoiceAccountsRequest(Callback<VellmarkPB::sources> const& callback) override;
+    void SubscribeIsAssociatedWithAccountRequest(
+        Callback<VellmarkPB::AccountAssociated> const& callback) override;
+    void SubscribeMspHostAccountsRequest(Callback<VellmarkPB::sources> const& callback) override;
+    void SubscribeGroupsRequest(Callback<VellmarkPB::VellmarkGroups> const& callback) override;
+    void GetSources(Callback<VellmarkPB::sources> const& callback) override;
+    void GetProductSettings(Callback<VellmarkPB::ProductSettings> const& callback) override;
+    void GetPersonsInfo(Callback<VellmarkPB::persons> const& callback) override;
+    void GetVoiceAccounts(Callback<VellmarkPB::sources> const& callback) override;
+    void GetMspHostAccounts(Callback<VellmarkPB::sources> const& callback) override;
+    void GetGroups(Callback<VellmarkPB::VellmarkGroups> const& callback) override;
+    void PrintSourcesProtobuf(VellmarkPB::sources const& sources,
+                              DPrint::Level const& level) override;
+    void PrintGroupsProtobuf(VellmarkPB::VellmarkGroups const& groups,
+                             DPrint::Level const& level) override;
+    VellmarkPB::serviceAccounts RedactSensitiveFieldsSA(
+        VellmarkPB::serviceAccounts const& account) override;
+    void SubscribePresetsRequest(std::string const& unused,
+                                 Callback<VellmarkPB::VellmarkPresets> const& callback) override;
+    void GetPresets(Callback<VellmarkPB::VellmarkPresets> const& callback) override;
+    void StorePresets(VellmarkPB::VellmarkPresets const& presets,
+                      Callback<VellmarkPB::VellmarkPresets> const& onStored) override;
+    void CreateGVAAccount(std::string const& tarvPersonID, std::string const& providerAccountID,
+                          std::string const& assistantDeviceId,
+                          Callback<VellmarkPB::serviceAccounts> const& onCreated,
+                          Callback<VellmarkPB::Error> const& onError) override;
+    void DeleteGVAAccount(std::string const& accountID,
+                          Callback<VellmarkPB::VellmarkDeleteGVA> const& onDeleted,
+                          Callback<VellmarkPB::Error> const& onError) override;
+    void UpdateGVAAssistantDeviceId(std::string const& assistantDeviceId,
+                                    Callback<VellmarkPB::serviceAccounts> const& onUpdated,
+                                    Callback<VellmarkPB::Error> const& onError) override;
+    void CreateServiceAccount(VellmarkPB::serviceAccounts const& account,
+                              Callback<VellmarkPB::serviceAccounts> const& onSuccess,
+                              Callback<VellmarkPB::Error> const& onError) override;
+    void DeleteServiceAccount(std::string const& accountID,
+                              Callback<VellmarkPB::VellmarkDeleteSrvcAccount> const& onSuccess,
+                              Callback<VellmarkPB::Error> const& onError) override;
+    void UpdateServiceAccount(VellmarkPB::serviceAccounts const& account,
+                              Callback<VellmarkPB::serviceAccounts> const& onSuccess,
+                              Callback<VellmarkPB::Error> const& onError) override;
+    bool IsConnected() override;
+
+private:
+    friend class VellmarkClientAPITestPeer;  // unit tests reach the private dumps
+
+    // Lifecycle (VellmarkClientAPILifecycle.cpp).
+    void Initialize();
+    void Connected(std::shared_ptr<Network::ConnectorSocket> socket);
+    void HandleDisconnect();
+    void AttachToIPCServer(int messageId);
+
+    // Deferral (DeferredCalls.cpp): runs `send` now if there is a router, else logs
+    // `queueLine` under "operator()" and keeps `send` for the next connection.
+    void SendOrDefer(DPrint::Level level, char const* queueLine, std::function<void()> send);
+    // Posts a deferred call to the task; it queues itself again if the router is gone by
+    // the time it runs.
+    void Replay(std::function<void()> const& call);
+
+    // Queries (Queries.cpp).
+    struct QueryTexts;
+    template <class T>
+    void Query(QueryTexts const& texts, unsigned int id, Callback<T> const& callback,
+               Callback<T> VellmarkClientAPI::*slot, void (VellmarkClientAPI::*handler)(T const&));
+    void AcceptSourcesAPI(VellmarkPB::sources const& message);
+    void AcceptVoiceAccountsAPI(VellmarkPB::sources const& message);
+    void AcceptMspHostAccountsAPI(VellmarkPB::sources const& message);
+    void AcceptProductSettingsAPI(VellmarkPB::ProductSettings const& message);
+    void AcceptPersonsInfoAPI(VellmarkPB::persons const& message);
+    void AcceptVellmarkGroupsAPI(VellmarkPB::VellmarkGroups const& message);
+    void AcceptPresetsAPI(VellmarkPB::VellmarkPresets const& message);
+
+    // Subscriptions (Subscriptions.cpp).
+    struct SubscribeTexts;
+    template <class T>
+    void Subscribe(SubscribeTexts const& texts, int id, Callback<T> const& callback,
+                   Callback<T> VellmarkClientAPI::*slot,
+                   void (VellmarkClientAPI::*handler)(T const&));
+    void AcceptSourcesSubscribe(VellmarkPB::sources const& update);
+    void AcceptVoiceAccountsSubscribe(VellmarkPB::sources const& update);
+    void AcceptMspHostAccountsSubscribe(VellmarkPB::sources const& update);
+    void AcceptProductSettingsSubscribe(VellmarkPB::ProductSettings const& update);
+    void AcceptPersonsInfoSubscribe(VellmarkPB::persons const& update);
+    void AcceptGroupsSubscribe(VellmarkPB::VellmarkGroups const& update);
+    void AcceptPresetsSubscribe(VellmarkPB::VellmarkPresets const& update);
+    void AcceptIsAssociatedWithAccountSubscribe(VellmarkPB::AccountAssociated const& update);
+    // Tells the service that the update received under `id` was taken in.
+    void SendCloudSyncReceived(VellmarkPB::MessageId id);
+
+    // Presets (Presets.cpp).
+    void PresetsStored(VellmarkPB::VellmarkPresets const& presets);
+
+    // Service accounts (ServiceAccounts.cpp).
+    void SendAccountChange(char const* function, DPrint::Level queueLevel, char const* queueLine,
+                           char const* sendLine, unsigned int id,
+                           VellmarkPB::serviceAccounts const& account,
+                           Callback<VellmarkPB::serviceAccounts> const& onSuccess,
+                           Callback<VellmarkPB::Error> const& onError);
+    void HandleCreateOrUpdateResponse(VellmarkPB::VellmarkAcctOpEnvelope const& reply,
+                                      Callback<VellmarkPB::serviceAccounts> const& onSuccess,
+                                      Callback<VellmarkPB::Error> const& onError);
+    void HandleDeleteResponse(VellmarkPB::VellmarkAcctOpEnvelope const& reply,
+                              Callback<VellmarkPB::VellmarkDeleteSrvcAccount> const& onSuccess,
+                              Callback<VellmarkPB::Error> const& onError);
+
+    // GVA accounts (GvaAccounts.cpp).
+    void GVACreated(VellmarkPB::serviceAccounts const& account);
+    void GVADeleted(VellmarkPB::VellmarkDeleteGVA const& result);
+    void GVAAssistantDeviceIdUpdated(VellmarkPB::serviceAccounts const& account);
+    void HandleGVACreateError(VellmarkPB::Error const& error);
+    void HandleGVADeleteError(VellmarkPB::Error const& error);
+    void HandleGVAUpdateError(VellmarkPB::Error const& error);
+    void HandleGVAError(char const* function, Callback<VellmarkPB::Error> const& slot,
+                        VellmarkPB::Error const& error);
+    void PrintDeleteResponse(VellmarkPB::VellmarkDeleteGVA const& result);
+    void PrintDeleteResponse(VellmarkPB::VellmarkDeleteSrvcAccount const& result);
+
+    // Errors (Errors.cpp).
+    void CreateErrorMsg(VellmarkPB::Error& error, VellmarkPB::Code code);
+    void PrintErrorMessage(VellmarkPB::Error const& error);
+    // Reports input the library refuses: calls `onError`, if set, on the caller's thread
+    // with the error CreateErrorMsg builds for `code`.
+    void RefuseInput(VellmarkPB::Code code, Callback<VellmarkPB::Error> const& onError);
+
+    // Dumps (diagnostics/).
+    void PrintProductSettingsProtobuff(VellmarkPB::ProductSettings settings);
+    void PrintServiceAccountResponse(VellmarkPB::serviceAccounts const& account);
+    void PrintPersonsInfoProtobuff(VellmarkPB::persons const& persons);
+    void PrintPresets(VellmarkPB::VellmarkPresets const& presets);
+
+    // Wraps `function` so that it does nothing once this client is destroyed; every
+    // function handed to the task, the router or the listener goes through it, since those
+    // may call it after the client is gone.
+    template <class Function>
+    auto Guarded(Function function) const {
+        return [guard = m_lifetime, function = std::move(function)](auto const&... args) {
+            guard->Run([&] { function(args...); });
+        };
+    }
+    // Runs `function` later on the task, unless the client is gone by then.
+    void Post(std::function<void()> function) const;
+    // An AsyncCallback that runs `handler` on this client, on the task.
+    template <class T>
+    AsyncCallback<T> OnTask(void (VellmarkClientAPI::*handler)(T const&)) {
+        return AsyncCallback<T>(
+            Guarded([this, handler](T const& message) { (this->*handler)(message); }), m_task);
+    }
+    // Registers `handler` for every notification under `id` on the current router.
+    template <class T>
+    void AttachHandler(int id, void (VellmarkClientAPI::*handler)(T const&)) {
+        m_router->Attach(static_cast<unsigned int>(id), OnTask(handler));
+    }
+
+    NotifyTargetTaskIF* m_task;
+    std::vector<int> m_pendingAttachIds;
+    std::list<std::function<void()>> m_deferredCalls;
+    std::shared_ptr<IPCMessageRouterIF> m_router;
+    std::shared_ptr<void> m_frameworkHandle;  // held for the framework; never set here
+    std::shared_ptr<IL::ClientListenerIF> m_listener;
+
+    Callback<VellmarkPB::sources> m_sourcesSubscriber;
+    Callback<VellmarkPB::ProductSettings> m_productSettingsSubscriber;
+    Callback<VellmarkPB::persons> m_personsInfoSubscriber;
+    Callback<VellmarkPB::sources> m_getSourcesCallback;
+    Callback<VellmarkPB::ProductSettings> m_getProductSettingsCallback;
+    Callback<VellmarkPB::persons> m_getPersonsInfoCallback;
+    Callback<VellmarkPB::sources> m_getVoiceAccountsCallback;
+    Callback<VellmarkPB::sources> m_voiceAccountsSubscriber;
+    Callback<VellmarkPB::AccountAssociated> m_isAssociatedSubscriber;
+    Callback<VellmarkPB::VellmarkPresets> m_presetsSubscriber;
+    Callback<VellmarkPB::VellmarkPresets> m_getPresetsCallback;
+    Callback<VellmarkPB::VellmarkPresets> m_storePresetsCallback;
+    Callback<VellmarkPB::serviceAccounts> m_gvaCreatedCallback;
+    Callback<VellmarkPB::VellmarkDeleteGVA> m_gvaDeletedCallback;
+    Callback<VellmarkPB::serviceAccounts> m_gvaUpdatedCallback;
+    Callback<VellmarkPB::Error> m_gvaCreateErrorCallback;
+    Callback<VellmarkPB::Error> m_gvaDeleteErrorCallback;
+    Callback<VellmarkPB::Error> m_gvaUpdateErrorCallback;
+    std::array<Callback<google::protobuf::Message>, 6> m_spareSlots;  // kept empty
+    Callback<VellmarkPB::sources> m_getMspHostAccountsCallback;
+    Callback<VellmarkPB::sources> m_mspHostAccountsSubscriber;
+    Callback<VellmarkPB::VellmarkGroups> m_getGroupsCallback;
+    Callback<VellmarkPB::VellmarkGroups> m_groupsSubscriber;
+
+    // Set once, by the first good connection, and never cleared. Atomic so that
+    // IsConnected() may read it from any thread without a data race.
+    std::atomic<bool> m_connected{false};
+    // Closed first thing in the destructor; see Guarded.
+    std::shared_ptr<LifetimeGuard> m_lifetime = LifetimeGuard::Create();
+};

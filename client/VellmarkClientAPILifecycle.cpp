@@ -1,0 +1,140 @@
+// Construction, connection, disconnection and the standing notification attachments.
+#include <chrono>
+
+#include "BreakThread.h"
+#include "IPCDirectory.h"
+#include "IPCMessageRouterFactory.h"
+#include "LogLine.h"
+#include "VellmarkClientAPI.h"
+
+namespace {
+
+char const kVersion[] = "v3.1.6-0-g14567ae-dirty";
+char const kListenerName[] = "VellmarkClientAPIListener";
+char const kServiceName[] = "Vellmark";
+char const kRouterName[] = "VellmarkClientAPI";
+constexpr std::chrono::milliseconds kListenerPeriod(100);
+
+}  // namespace
+
+VellmarkClientAPI::VellmarkClientAPI(NotifyTargetTaskIF* task)
+    : m_task(task), m_listener(IL::CreateClientListener(kListenerName, kListenerPeriod)) {
+    VellmarkClientLog().Log(DPrint::Info, "Version: %s", kVersion);
+    Initialize();
+}
+
+VellmarkClientAPI::~VellmarkClientAPI() {
+    // From here on, work still queued on the task or fired by the router does nothing.
+    m_lifetime->Close();
+}
+
+bool VellmarkClientAPI::IsConnected() {
+    return m_connected.load(std::memory_order_relaxed);
+}
+
+void VellmarkClientAPI::Post(std::function<void()> function) const {
+    IL::BreakThread(std::function<void()>(Guarded(std::move(function))), m_task);
+}
+
+void VellmarkClientAPI::Initialize() {
+    LogLine(DPrint::Flow, "Initialize", "Initialize");
+    AsyncCallback<std::shared_ptr<Network::ConnectorSocket>> onConnected(
+        Guarded(
+            [this](std::shared_ptr<Network::ConnectorSocket> const& socket) { Connected(socket); }),
+        m_task);
+    auto endpoint = IPCDirectory::Get().Lookup(kServiceName);
+    m_listener->Listen(endpoint,
+                       [onConnected](std::shared_ptr<Network::ConnectorSocket> const& socket) {
+                           onConnected(socket);
+                       });
+}
+
+void VellmarkClientAPI::Connected(std::shared_ptr<Network::ConnectorSocket> socket) {
+    LogLine(DPrint::Flow, "Connected", "Connected callback - Connected");
+    m_router = IPCMessageRouterFactory::CreateRouter(kRouterName, m_task, socket);
+    // Queued before the router is tested: a failed attempt leaves them for the next one.
+    for (int id : {VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE_ERROR,
+                   VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE_ERROR,
+                   VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_ERROR}) {
+        m_pendingAttachIds.push_back(id);
+    }
+    if (!m_router) {
+        LogLine(DPrint::Flow, "Connected", "failed to create valid m_router");
+        return;  // no router to hear of a disconnection
+    }
+    m_connected.store(true, std::memory_order_relaxed);
+    LogLine(DPrint::Flow, "Connected", "Valid m_router ", "Connected");
+
+    std::vector<int> pending;
+    pending.swap(m_pendingAttachIds);
+    for (int id : pending) AttachToIPCServer(id);
+
+    std::list<std::function<void()>> deferred;
+    deferred.swap(m_deferredCalls);
+    for (auto const& call : deferred) Replay(call);
+
+    AsyncCallback<void> onDisconnect(Guarded([this] { HandleDisconnect(); }), m_task);
+    m_router->SetDisconnectHandler(socket, [onDisconnect] { onDisconnect(); });
+}
+
+void VellmarkClientAPI::HandleDisconnect() {
+    LogLine(DPrint::Flow, "HandleDisconnect", "Received disconnect event. Disconnecting...");
+    if (!m_router) return;
+    m_router->Stop();
+    m_router.reset();
+}
+
+void VellmarkClientAPI::AttachToIPCServer(int messageId) {
+    using namespace VellmarkPB;
+    auto announce = [](DPrint::Level level, char const* text) {
+        LogLine(level, "AttachToIPCServer", text);
+    };
+    switch (messageId) {
+        case VELLMARK_MESSAGE_PRESETS_UPDATE:
+            announce(DPrint::Flow, "Attaching to AcceptPresetsSubscribe");
+            AttachHandler(messageId, &VellmarkClientAPI::AcceptPresetsSubscribe);
+            break;
+        case VELLMARK_MESSAGE_SOURCES_UPDATE:
+            announce(DPrint::Flow, "Attaching to AcceptSourcesSubscribe");
+            AttachHandler(messageId, &VellmarkClientAPI::AcceptSourcesSubscribe);
+            break;
+        case VELLMARK_MESSAGE_PERSONS_UPDATE:
+            announce(DPrint::Flow, "Attaching to AcceptPersonsInfoSubscribe");
+            AttachHandler(messageId, &VellmarkClientAPI::AcceptPersonsInfoSubscribe);
+            break;
+        case VELLMARK_MESSAGE_VOICE_ACCOUNTS_UPDATE:
+            announce(DPrint::Flow, "Attaching to AcceptVoiceAccountsSubscribe");
+            AttachHandler(messageId, &VellmarkClientAPI::AcceptVoiceAccountsSubscribe);
+            break;
+        case VELLMARK_MESSAGE_PRODUCT_SETTINGS_UPDATE:
+            announce(DPrint::Flow, "Attaching to AcceptProductSettingsSubscribe");
+            AttachHandler(messageId, &VellmarkClientAPI::AcceptProductSettingsSubscribe);
+            break;
+        case VELLMARK_MESSAGE_ACCOUNT_ASSOCIATED_UPDATE:
+            announce(DPrint::Flow, "Attaching to AcceptIsAssociatedWithAccountSubscribe");
+            AttachHandler(messageId, &VellmarkClientAPI::AcceptIsAssociatedWithAccountSubscribe);
+            break;
+        case VELLMARK_MESSAGE_GVA_CREATE_ERROR:
+            announce(DPrint::Info, "Attaching to HandleGVACreateError");
+            AttachHandler(messageId, &VellmarkClientAPI::HandleGVACreateError);
+            break;
+        case VELLMARK_MESSAGE_GVA_DELETE_ERROR:
+            announce(DPrint::Info, "Attaching to HandleGVADeleteError");
+            AttachHandler(messageId, &VellmarkClientAPI::HandleGVADeleteError);
+            break;
+        case VELLMARK_MESSAGE_GVA_UPDATE_ERROR:
+            announce(DPrint::Info, "Attaching to HandleGVAUpdateError");
+            AttachHandler(messageId, &VellmarkClientAPI::HandleGVAUpdateError);
+            break;
+        case VELLMARK_MESSAGE_GROUPS_UPDATE:
+            announce(DPrint::Info, "Attaching to SubscribeGroupsRequest");
+            AttachHandler(messageId, &VellmarkClientAPI::AcceptGroupsSubscribe);
+            // Hands the subscriber the current groups at once, through the interface.
+            static_cast<VellmarkClientAPIIF*>(this)->GetGroups(m_groupsSubscriber);
+            break;
+        default:
+            // 29 among them: a host-account subscription queued while disconnected is
+            // dropped here on purpose.
+            break;
+    }
+}

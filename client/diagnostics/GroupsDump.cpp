@@ -1,0 +1,28 @@
+// The field-by-field dump of the groups; its levels are fixed whatever level is asked for.
+#include "../LogLine.h"
+#include "../VellmarkClientAPI.h"
+#include "ProtoToMarkup.h"
+
+void VellmarkClientAPI::PrintGroupsProtobuf(VellmarkPB::VellmarkGroups const& groups,
+                                            DPrint::Level const&) {
+    char const* const function = "PrintGroupsProtobuf";
+    auto const detail = DPrint::Detail;
+    LogLine(DPrint::Info, function, " Number of groups: ", groups.groups_size());
+    for (int g = 0; g < groups.groups_size(); ++g) {
+        auto const& group = groups.groups(g);
+        // The JSON is rendered only when the line is written.
+        if (VellmarkClientLog().IsLog(detail)) {
+            LogLine(detail, function, " group ", g,
+                    " settings: ", ProtoToMarkup::ToJson(group.settings(), false, false, false));
+        }
+        LogLine(detail, function, " group ", g, " groupid: ", group.groupid());
+        for (int m = 0; m < group.members_size(); ++m) {
+            auto const& member = group.members(m);
+            LogLine(detail, function, " group ", g, " member ", m,
+                    " productid: ", member.productid());
+            LogLine(detail, function, " group ", g, " member ", m,
+                    " subgroupid: ", member.subgroupid());
+            LogLine(detail, function, " group ", g, " member ", m, " role: ", member.role());
+        }
+    }
+}

@@ -1,0 +1,12 @@
+// The dump of the persons list: each entry's key is the person, its value the role.
+#include "../LogLine.h"
+#include "../VellmarkClientAPI.h"
+
+void VellmarkClientAPI::PrintPersonsInfoProtobuff(VellmarkPB::persons const& persons) {
+    char const* const function = "PrintPersonsInfoProtobuff";
+    LogLine(DPrint::Info, function, "PrintPersonsInfoProtobuff");
+    for (auto const& person : persons.person()) {
+        LogLine(DPrint::Detail, function, "Role: ", person.value());
+        LogLine(DPrint::Detail, function, "tarvPersonID: ", person.key());
+    }
+}

@@ -1,0 +1,33 @@
+// The field-by-field dump of a presets list.
+#include "../LogLine.h"
+#include "../VellmarkClientAPI.h"
+
+void VellmarkClientAPI::PrintPresets(VellmarkPB::VellmarkPresets const& presets) {
+    char const* const function = "PrintPresets";
+    auto const detail = DPrint::Detail;
+    LogLine(DPrint::Flow, function, "preset_size: ", presets.presets_size());
+    for (int i = 0; i < presets.presets_size(); ++i) {
+        auto const& entry = presets.presets(i);
+        LogLine(detail, function, "Vellmark preset_size index: ", i);
+        LogLine(detail, function, "Preset number (key): ", entry.key());
+        auto const& value = entry.value();
+        LogLine(detail, function, "createdon: ", value.createdon());
+        LogLine(detail, function, "updatedon: ", value.updatedon());
+        for (auto const& action : value.actions()) {
+            auto const& metadata = action.metadata();
+            auto const& item = action.payload().contentitem();
+            LogLine(detail, function, "actionType: ", action.actiontype());
+            LogLine(detail, function, "metaData - subtype(): ", metadata.subtype());
+            LogLine(detail, function, "metaData - name(): ", metadata.name());
+            LogLine(detail, function, "metaData - image(): ", metadata.image());
+            LogLine(detail, function, "metaData - accountid(): ", metadata.accountid());
+            LogLine(detail, function, "containerart(): ", item.containerart());
+            LogLine(detail, function, "location(): ", item.location());
+            LogLine(detail, function, "name(): ", item.name());
+            LogLine(detail, function, "presetable: ", item.presetable());
+            LogLine(detail, function, "source: ", item.source());
+            LogLine(detail, function, "sourceaccount: ", item.sourceaccount());
+            LogLine(detail, function, "type: ", item.type());
+        }
+    }
+}

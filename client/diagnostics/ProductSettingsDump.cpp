@@ -1,0 +1,25 @@
+// The field-by-field dump of the product settings.
+#include <iomanip>
+
+#include "../LogLine.h"
+#include "../VellmarkClientAPI.h"
+
+void VellmarkClientAPI::PrintProductSettingsProtobuff(VellmarkPB::ProductSettings settings) {
+    char const* const function = "PrintProductSettingsProtobuff";
+    auto const detail = DPrint::Detail;
+    LogLine(DPrint::Flow, function, "PrintProductSettingsProtobuff");
+    LogLine(detail, function, "product name: ", settings.productname());
+    LogLine(detail, function, "language: ", settings.language());
+    LogLine(detail, function, "name: ", settings.name());
+    LogLine(detail, function, "productType: ", settings.producttype());
+    LogLine(detail, function, "productID: ", settings.productid());
+    LogLine(detail, function, "timeFormat: ", static_cast<int>(settings.timeformat()));
+    LogLine(detail, function, "timeZone: ", settings.timezone());
+    if (settings.has_ttspromptlanguage()) {
+        LogLine(DPrint::Info, function, "ttsPromptLanguage: ", settings.ttspromptlanguage());
+    }
+    if (settings.has_ttspromptenabled()) {
+        LogLine(DPrint::Info, function, "ttspromptenabled: ", std::boolalpha,
+                settings.ttspromptenabled());
+    }
+}

@@ -45,6 +45,23 @@ private:
     VellmarkClientAPI& m_client;
 };
 
+using ClientLines = std::vector<LogCapture::Line>;
+
+// A sources list with one source called `id` (its one required field set).
+inline VellmarkPB::sources OneSource(std::string const& id) {
+    VellmarkPB::sources sources;
+    auto* source = sources.add_source();
+    source->set_id(id);
+    source->mutable_sourceproviderid()->set_text("provider");
+    return sources;
+}
+
+// A callback that counts its calls in `calls`.
+template <class T>
+Callback<T> Counting(int& calls) {
+    return [&calls](T const&) { ++calls; };
+}
+
 // A line of the library's logger.
 inline LogCapture::Line ClientLine(DPrint::Level level, std::string function, std::string text) {
     return LogCapture::Line{"VellmarkClientAPI", level, std::move(function), std::move(text)};

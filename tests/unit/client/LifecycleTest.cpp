@@ -14,14 +14,6 @@ std::vector<unsigned int> SentIds(FakeRouter const& router) {
     return ids;
 }
 
-VellmarkPB::sources OneSource(std::string const& id) {
-    VellmarkPB::sources sources;
-    auto* source = sources.add_source();
-    source->set_id(id);
-    source->mutable_sourceproviderid()->set_text("provider");
-    return sources;
-}
-
 class Lifecycle : public ClientTest {};
 
 TEST_F(Lifecycle, ConstructionCreatesTheListenerWithItsNameAndA100msPeriod) {

@@ -1,6 +1,7 @@
 // The seven one-shot queries and their reply handlers.
 #include "CallIfSet.h"
 #include "LogLine.h"
+#include "StoreOnTask.h"
 #include "VellmarkClientAPI.h"
 
 // The log texts of one query; null where the query logs nothing at that step.
@@ -16,15 +17,13 @@ template <class T>
 void VellmarkClientAPI::Query(QueryTexts const& texts, unsigned int id, Callback<T> const& callback,
                               Callback<T> VellmarkClientAPI::*slot,
                               void (VellmarkClientAPI::*handler)(T const&)) {
-    if (texts.entry) LogLine(DPrint::Flow, texts.function, texts.entry);
-    Post([this, texts, id, callback, slot, handler] {
-        if (texts.posted) LogLine(DPrint::Flow, "operator()", texts.posted);
-        this->*slot = callback;
-        SendOrDefer(DPrint::Flow, texts.queued, [this, texts, id, handler] {
-            if (texts.sending) LogLine(DPrint::Flow, "operator()", texts.sending);
-            m_router->SendRequest(id, T(), OnTask(handler));
-        });
-    });
+    StoreOnTask(texts.function, texts.entry, texts.posted, callback, slot,
+                [this, texts, id, handler] {
+                    SendOrDefer(DPrint::Flow, texts.queued, [this, texts, id, handler] {
+                        if (texts.sending) LogLine(DPrint::Flow, "operator()", texts.sending);
+                        m_router->SendRequest(id, T(), OnTask(handler));
+                    });
+                });
 }
 
 void VellmarkClientAPI::GetSources(Callback<VellmarkPB::sources> const& callback) {

@@ -1,5 +1,6 @@
 // The eight subscriptions: storing the callback and attaching, or queuing, the handler.
 #include "LogLine.h"
+#include "StoreOnTask.h"
 #include "VellmarkClientAPI.h"
 
 // The log texts of one subscription; null where it logs nothing at that step.
@@ -16,18 +17,16 @@ template <class T>
 void VellmarkClientAPI::Subscribe(SubscribeTexts const& texts, int id, Callback<T> const& callback,
                                   Callback<T> VellmarkClientAPI::*slot,
                                   void (VellmarkClientAPI::*handler)(T const&)) {
-    if (texts.entry) LogLine(DPrint::Flow, texts.function, texts.entry);
-    Post([this, texts, id, callback, slot, handler] {
-        if (texts.posted) LogLine(DPrint::Flow, "operator()", texts.posted);
-        this->*slot = callback;
-        if (!m_router) {
-            LogLine(texts.queuedLevel, "operator()", texts.queued);
-            m_pendingAttachIds.push_back(id);
-            return;
-        }
-        if (texts.attaching) LogLine(DPrint::Flow, "operator()", texts.attaching);
-        AttachHandler(id, handler);
-    });
+    StoreOnTask(texts.function, texts.entry, texts.posted, callback, slot,
+                [this, texts, id, handler] {
+                    if (!m_router) {
+                        LogLine(texts.queuedLevel, "operator()", texts.queued);
+                        m_pendingAttachIds.push_back(id);
+                        return;
+                    }
+                    if (texts.attaching) LogLine(DPrint::Flow, "operator()", texts.attaching);
+                    AttachHandler(id, handler);
+                });
 }
 
 namespace {

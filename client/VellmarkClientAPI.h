@@ -103,6 +103,13 @@ private:
     // the time it runs.
     void Replay(std::function<void()> const& call);
 
+    // The first half of every query and subscription (StoreOnTask.h): logs `entry` under
+    // `function` on the caller's thread, then on the task logs `posted`, stores `callback`
+    // in `slot` and runs `then`. Null texts are not logged.
+    template <class T, class Then>
+    void StoreOnTask(char const* function, char const* entry, char const* posted,
+                     Callback<T> const& callback, Callback<T> VellmarkClientAPI::*slot, Then then);
+
     // Queries (Queries.cpp).
     struct QueryTexts;
     template <class T>

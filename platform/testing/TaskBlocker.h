@@ -1,16 +1,21 @@
 #pragma once
 // TaskBlocker: holds a task's thread inside one entry until Release(), so a test can queue
 // work behind it or act while the task is busy. The destructor releases it.
+//
+// The latches are shared with the blocking entry: the task's thread may still be waking up
+// inside the entry after the blocker itself is gone.
+#include <memory>
+
 #include "BreakThread.h"
 #include "Latch.h"
 
 class TaskBlocker {
 public:
-    explicit TaskBlocker(NotifyTargetTaskIF& task) {
+    explicit TaskBlocker(NotifyTargetTaskIF& task) : m_latches(std::make_shared<Latches>()) {
         IL::BreakThread(
-            [this] {
-                m_entered.CountDown();
-                m_release.Wait();
+            [latches = m_latches] {
+                latches->entered.CountDown();
+                latches->release.Wait();
             },
             &task);
     }
@@ -19,10 +24,13 @@ public:
     TaskBlocker& operator=(TaskBlocker const&) = delete;
 
     // True once the task's thread is inside the blocking entry (waits with a bound).
-    bool Entered() { return m_entered.Wait(); }
-    void Release() { m_release.CountDown(); }
+    bool Entered() { return m_latches->entered.Wait(); }
+    void Release() { m_latches->release.CountDown(); }
 
 private:
-    Latch m_entered;
-    Latch m_release;
+    struct Latches {
+        Latch entered;
+        Latch release;
+    };
+    std::shared_ptr<Latches> m_latches;
 };

@@ -88,11 +88,6 @@ void VellmarkClientAPI::GetPresets(Callback<VellmarkPB::VellmarkPresets> const& 
                                        &VellmarkClientAPI::AcceptPresetsAPI);
 }
 
-namespace {
-// The level at which the sources and groups dumps of the reply handlers write detail.
-DPrint::Level const kDumpLevel = DPrint::Detail;
-}  // namespace
-
 void VellmarkClientAPI::AcceptSourcesAPI(VellmarkPB::sources const& message) {
     LogLine(DPrint::Flow, "AcceptSourcesAPI", "AcceptSourcesAPI");
     PrintSourcesProtobuf(message, kDumpLevel);

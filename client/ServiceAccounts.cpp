@@ -6,7 +6,7 @@
 #include "LogLine.h"
 #include "VellmarkClientAPI.h"
 
-using AcctOpCallback = AsyncCallback<VellmarkPB::VellmarkAcctOpEnvelope>;
+using AcctOpEnvelope = VellmarkPB::VellmarkAcctOpEnvelope;
 
 void VellmarkClientAPI::CreateServiceAccount(VellmarkPB::serviceAccounts const& account,
                                              Callback<VellmarkPB::serviceAccounts> const& onSuccess,
@@ -37,11 +37,10 @@ void VellmarkClientAPI::SendAccountChange(char const* function, DPrint::Level qu
     Post([=] {
         SendOrDefer(queueLevel, queueLine, [=] {
             LogLine(DPrint::Info, "operator()", sendLine);
-            AcctOpCallback onReply(
-                Guarded([this, onSuccess, onError](VellmarkPB::VellmarkAcctOpEnvelope const& r) {
-                    HandleCreateOrUpdateResponse(r, onSuccess, onError);
-                }),
-                m_task);
+            auto onReply =
+                OnTask<AcctOpEnvelope>([this, onSuccess, onError](AcctOpEnvelope const& reply) {
+                    HandleCreateOrUpdateResponse(reply, onSuccess, onError);
+                });
             m_router->SendRequest(id, account, onReply);
         });
     });
@@ -65,11 +64,10 @@ void VellmarkClientAPI::DeleteServiceAccount(
                 request.set_accountid(accountID);
                 LogLine(DPrint::Detail, "operator()",
                         "Send ServiceAccount delete request to IPCServer");
-                AcctOpCallback onReply(Guarded([this, onSuccess, onError](
-                                                   VellmarkPB::VellmarkAcctOpEnvelope const& r) {
-                                           HandleDeleteResponse(r, onSuccess, onError);
-                                       }),
-                                       m_task);
+                auto onReply =
+                    OnTask<AcctOpEnvelope>([this, onSuccess, onError](AcctOpEnvelope const& reply) {
+                        HandleDeleteResponse(reply, onSuccess, onError);
+                    });
                 m_router->SendRequest(VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT, request,
                                       onReply);
             });

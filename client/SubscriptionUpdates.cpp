@@ -7,8 +7,6 @@
 
 namespace {
 
-DPrint::Level const kDumpLevel = DPrint::Detail;
-
 // "<name> received update. Message id= <value>", the tail of the acknowledgement lines.
 std::string UpdateDescription(VellmarkPB::MessageId id) {
     return google::protobuf::internal::NameOfEnum(VellmarkPB::MessageId_descriptor(), id) +

@@ -192,11 +192,15 @@ private:
     }
     // Runs `function` later on the task, unless the client is gone by then.
     void Post(std::function<void()> function) const;
+    // An AsyncCallback that runs `function` on the task, unless the client is gone by then.
+    template <class T, class Function>
+    AsyncCallback<T> OnTask(Function function) {
+        return AsyncCallback<T>(Guarded(std::move(function)), m_task);
+    }
     // An AsyncCallback that runs `handler` on this client, on the task.
     template <class T>
     AsyncCallback<T> OnTask(void (VellmarkClientAPI::*handler)(T const&)) {
-        return AsyncCallback<T>(
-            Guarded([this, handler](T const& message) { (this->*handler)(message); }), m_task);
+        return OnTask<T>([this, handler](T const& message) { (this->*handler)(message); });
     }
     // Registers `handler` for every notification under `id` on the current router.
     template <class T>
@@ -234,6 +238,9 @@ private:
     Callback<VellmarkPB::sources> m_mspHostAccountsSubscriber;
     Callback<VellmarkPB::VellmarkGroups> m_getGroupsCallback;
     Callback<VellmarkPB::VellmarkGroups> m_groupsSubscriber;
+
+    // The level at which the reply and update handlers dump sources and groups.
+    static constexpr DPrint::Level kDumpLevel = DPrint::Detail;
 
     // Set once, by the first good connection, and never cleared. Atomic so that
     // IsConnected() may read it from any thread without a data race.

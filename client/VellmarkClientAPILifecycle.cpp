@@ -38,15 +38,10 @@ void VellmarkClientAPI::Post(std::function<void()> function) const {
 
 void VellmarkClientAPI::Initialize() {
     LogLine(DPrint::Flow, "Initialize", "Initialize");
-    AsyncCallback<std::shared_ptr<Network::ConnectorSocket>> onConnected(
-        Guarded(
-            [this](std::shared_ptr<Network::ConnectorSocket> const& socket) { Connected(socket); }),
-        m_task);
+    using Socket = std::shared_ptr<Network::ConnectorSocket>;
+    auto onConnected = OnTask<Socket>([this](Socket const& socket) { Connected(socket); });
     auto endpoint = IPCDirectory::Get().Lookup(kServiceName);
-    m_listener->Listen(endpoint,
-                       [onConnected](std::shared_ptr<Network::ConnectorSocket> const& socket) {
-                           onConnected(socket);
-                       });
+    m_listener->Listen(endpoint, [onConnected](Socket const& socket) { onConnected(socket); });
 }
 
 void VellmarkClientAPI::Connected(std::shared_ptr<Network::ConnectorSocket> socket) {
@@ -73,7 +68,7 @@ void VellmarkClientAPI::Connected(std::shared_ptr<Network::ConnectorSocket> sock
     deferred.swap(m_deferredCalls);
     for (auto const& call : deferred) Replay(call);
 
-    AsyncCallback<void> onDisconnect(Guarded([this] { HandleDisconnect(); }), m_task);
+    auto onDisconnect = OnTask<void>([this] { HandleDisconnect(); });
     m_router->SetDisconnectHandler(socket, [onDisconnect] { onDisconnect(); });
 }
 

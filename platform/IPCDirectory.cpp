@@ -1,10 +1,26 @@
 #include "IPCDirectory.h"
 
+#include <cstdlib>
+
 IPCDirectory& IPCDirectory::Get() {
     static IPCDirectory directory;
     return directory;
 }
 
 std::shared_ptr<IPCEndpoint const> IPCDirectory::Lookup(std::string const& name) const {
-    return std::make_shared<IPCEndpoint const>(name);
+    return std::make_shared<IPCEndpoint const>(name, RuntimeFolder() + "/" + name + ".sock");
+}
+
+std::string IPCDirectory::RuntimeFolder() const {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_folder.empty()) return m_folder;
+    }
+    char const* fromEnvironment = std::getenv(kRuntimeFolderVariable);
+    return fromEnvironment && *fromEnvironment ? fromEnvironment : kDefaultRuntimeFolder;
+}
+
+void IPCDirectory::SetRuntimeFolder(std::string folder) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_folder = std::move(folder);
 }

@@ -1,18 +1,23 @@
 #include "IPCMessageRouterFactory.h"
 
 #include "ReplaceableFactory.h"
+#include "transport/SocketRouter.h"
 
 namespace {
 
 using Signature = std::shared_ptr<IPCMessageRouterIF>(
     std::string const&, NotifyTargetTaskIF*, std::shared_ptr<Network::ConnectorSocket> const&);
 
-// Without a socket transport linked in there is no socket a router could serve.
+// The built-in routers serve the sockets of the built-in listener; there is none for any
+// other socket. The router runs its handlers on the IO thread, so the task is not needed.
 ReplaceableFactory<Signature>& RouterFactory() {
     static ReplaceableFactory<Signature> factory(
-        [](std::string const&, NotifyTargetTaskIF*,
-           std::shared_ptr<Network::ConnectorSocket> const&) {
-            return std::shared_ptr<IPCMessageRouterIF>();
+        [](std::string const& name, NotifyTargetTaskIF*,
+           std::shared_ptr<Network::ConnectorSocket> const& socket)
+            -> std::shared_ptr<IPCMessageRouterIF> {
+            auto connection = std::dynamic_pointer_cast<Tarv::FramedConnection>(socket);
+            if (!connection) return nullptr;
+            return Tarv::SocketRouter::Create(name, std::move(connection));
         });
     return factory;
 }

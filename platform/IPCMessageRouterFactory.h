@@ -1,7 +1,8 @@
 #pragma once
 // IPCMessageRouterFactory: builds the router for one connected socket.
 //
-// Tests replace what CreateRouter makes with SetFactory.
+// The built-in factory makes a socket router for the connections of the built-in client
+// listener. Tests replace what CreateRouter makes with SetFactory.
 #include <functional>
 #include <memory>
 #include <string>

@@ -14,6 +14,7 @@ LogCapture::LogCapture(DPrint& logger, DPrint::Level threshold)
         std::lock_guard<std::mutex> lock(m_mutex);
         m_lines.push_back(Line{std::string(record.logger), record.level,
                                std::string(record.function), std::string(record.text)});
+        m_written.notify_all();
     });
     m_logger.SetThreshold(threshold);
 }
@@ -39,6 +40,23 @@ std::vector<std::string> LogCapture::Texts() const {
 void LogCapture::Clear() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_lines.clear();
+}
+
+bool LogCapture::WaitForText(std::string const& part, std::size_t count,
+                             std::chrono::milliseconds bound) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_written.wait_for(lock, bound, [&] { return CountLocked(part) >= count; });
+}
+
+std::size_t LogCapture::CountText(std::string const& part) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return CountLocked(part);
+}
+
+std::size_t LogCapture::CountLocked(std::string const& part) const {
+    std::size_t count = 0;
+    for (Line const& line : m_lines) count += line.text.find(part) != std::string::npos;
+    return count;
 }
 
 std::ostream& operator<<(std::ostream& out, LogCapture::Line const& line) {

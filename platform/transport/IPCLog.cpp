@@ -1,0 +1,6 @@
+#include "IPCLog.h"
+
+DPrint& IPCLog() {
+    static DPrint log("IPC");
+    return log;
+}

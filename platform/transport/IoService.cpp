@@ -1,0 +1,50 @@
+#include "IoService.h"
+
+#include <pthread.h>
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+
+#include <future>
+
+#include "IPCLog.h"
+
+namespace Tarv {
+
+std::shared_ptr<IoService> IoService::Shared() {
+    static std::shared_ptr<IoService> const service(new IoService());
+    return service;
+}
+
+IoService::IoService() : m_context(std::make_unique<asio::io_context>(1)) {
+    std::promise<std::thread::id> started;
+    auto id = started.get_future();
+    m_thread = std::thread([this, &started] {
+        pthread_setname_np(pthread_self(), "IPC IO");
+        started.set_value(std::this_thread::get_id());
+        auto work = asio::make_work_guard(*m_context);
+        for (;;) {
+            try {
+                m_context->run();
+                return;
+            } catch (std::exception const& e) {
+                // A handler that throws must not take the process's IPC down with it.
+                IPCLog().Log(DPrint::Error, "IO thread: handler threw: %s", e.what());
+            }
+        }
+    });
+    m_threadId = id.get();
+}
+
+IoService::~IoService() {
+    m_context->stop();
+    if (RunsOnCurrentThread()) {
+        // Only reachable when the last holder lets go on the IO thread during exit: the
+        // context is still on this thread's stack, so it is left to the process's end.
+        m_thread.detach();
+        (void)m_context.release();
+        return;
+    }
+    m_thread.join();
+}
+
+}  // namespace Tarv

@@ -1,0 +1,19 @@
+#pragma once
+// The credentials of the process at the other end of a Unix socket, as the kernel
+// recorded them when the connection was made (SO_PEERCRED).
+#include <sys/types.h>
+
+#include <optional>
+
+namespace Tarv {
+
+struct PeerCredentials {
+    pid_t pid = 0;
+    uid_t uid = 0;
+    gid_t gid = 0;
+};
+
+// Nothing if `fd` is not a connected Unix socket.
+std::optional<PeerCredentials> ReadPeerCredentials(int fd);
+
+}  // namespace Tarv

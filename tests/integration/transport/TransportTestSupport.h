@@ -1,0 +1,215 @@
+#pragma once
+// What the transport's integration tests share: a runtime folder of their own, values
+// handed over by other threads, a scripted server, a client end made of the built-in
+// listener and router, and raw sockets for feeding bad bytes.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ClientListener.h"
+#include "IPCDirectory.h"
+#include "IPCMessageRouterFactory.h"
+#include "IPCServer.h"
+
+namespace transport_test {
+
+using namespace std::chrono_literals;
+
+constexpr char kService[] = "Test";
+
+// A temporary runtime folder that the directory uses while the object lives.
+class RuntimeFolder {
+public:
+    RuntimeFolder() {
+        char pattern[] = "/tmp/tarv-ipc-XXXXXX";
+        char* made = ::mkdtemp(pattern);
+        m_path = made ? made : "";
+        IPCDirectory::Get().SetRuntimeFolder(m_path);
+    }
+    ~RuntimeFolder() {
+        IPCDirectory::Get().SetRuntimeFolder("");
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    std::string const& Path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+// Values handed over by other threads; a test waits for them with a bound.
+template <class T>
+class Inbox {
+public:
+    void Put(T value) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_values.push_back(std::move(value));
+        m_arrived.notify_all();
+    }
+    // True once `count` values have arrived, false if the bound passed first.
+    bool WaitFor(std::size_t count, std::chrono::milliseconds bound = 10s) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_arrived.wait_for(lock, bound, [&] { return m_values.size() >= count; });
+    }
+    std::vector<T> Values() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_values;
+    }
+    std::size_t Size() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_values.size();
+    }
+    T At(std::size_t index) const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_values.at(index);
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::condition_variable m_arrived;
+    std::vector<T> m_values;
+};
+
+inline IPCMessageEnvelope Bytes(std::string payload) {
+    IPCMessageEnvelope envelope;
+    envelope.set_payload(std::move(payload));
+    return envelope;
+}
+
+struct Message {
+    std::uint64_t session;
+    unsigned int id;
+    std::string payload;
+};
+
+// An IPCServer serving kService that records what happens; `answer` (if set) handles
+// each request on the IO thread, after it has been recorded.
+class ScriptedServer {
+public:
+    explicit ScriptedServer(IPCServer::Options options = IPCServer::Options(),
+                            std::function<void(IPCRequest const&)> answer = nullptr)
+        : m_answer(std::move(answer)) {
+        IPCServer::Handlers handlers;
+        handlers.onConnected = [this](IPCServer::SessionPtr const& s) { connected.Put(s); };
+        handlers.onRequest = [this](IPCRequest const& request) {
+            requests.Put(request);
+            if (m_answer) m_answer(request);
+        };
+        handlers.onMessage = [this](IPCServer::SessionPtr const& s, unsigned int id,
+                                    IPCMessageEnvelope const& envelope) {
+            messages.Put(Message{s->Id(), id, envelope.payload()});
+        };
+        handlers.onDisconnected = [this](IPCServer::SessionPtr const& s) {
+            disconnected.Put(s->Id());
+        };
+        server = std::make_unique<IPCServer>(kService, std::move(handlers), std::move(options));
+    }
+
+    Inbox<IPCServer::SessionPtr> connected;
+    Inbox<IPCRequest> requests;
+    Inbox<Message> messages;
+    Inbox<std::uint64_t> disconnected;
+
+private:
+    std::function<void(IPCRequest const&)> m_answer;
+
+public:
+    std::unique_ptr<IPCServer> server;  // last: stopped before the inboxes go
+};
+
+// Echoes every request's payload back as its response.
+inline void Echo(IPCRequest const& request) {
+    request.Respond(request.envelope);
+}
+
+// The client side: the built-in listener on kService, and a built-in router on each
+// connection it reports.
+class ClientEnd {
+public:
+    explicit ClientEnd(std::chrono::milliseconds period = 10ms)
+        : listener(IL::CreateClientListener("test-listener", period)) {
+        listening = listener->Listen(
+            IPCDirectory::Get().Lookup(kService),
+            [this](std::shared_ptr<Network::ConnectorSocket> const& s) { sockets.Put(s); });
+    }
+    ~ClientEnd() {
+        listening.Disconnect();
+        if (router) router->Stop();
+    }
+
+    // Waits for the `nth` connection (from 1) and makes the router on it.
+    std::shared_ptr<IPCMessageRouterIF> Connect(std::size_t nth = 1) {
+        if (!sockets.WaitFor(nth)) return nullptr;
+        auto socket = sockets.At(nth - 1);
+        router = IPCMessageRouterFactory::CreateRouter("test-router", nullptr, socket);
+        if (router) {
+            int const which = static_cast<int>(nth);
+            router->SetDisconnectHandler(socket, [this, which] { disconnects.Put(which); });
+        }
+        return router;
+    }
+
+    Inbox<std::shared_ptr<Network::ConnectorSocket>> sockets;
+    // The connection (from 1) whose loss each disconnect handler call reported.
+    Inbox<int> disconnects;
+    std::shared_ptr<IL::ClientListenerIF> listener;
+    CallbackConnection listening;
+    std::shared_ptr<IPCMessageRouterIF> router;
+};
+
+// A plain connected socket to kService, for writing bytes no router would write.
+class RawClient {
+public:
+    RawClient() {
+        m_fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::string const path = IPCDirectory::Get().Lookup(kService)->Path();
+        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        connected = ::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    }
+    ~RawClient() { Close(); }
+    void Close() {
+        if (m_fd >= 0) ::close(m_fd);
+        m_fd = -1;
+    }
+
+    bool Write(std::string const& bytes) {
+        return ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(bytes.size());
+    }
+    // True when the peer has closed the connection within the bound.
+    bool SeesEnd(std::chrono::milliseconds bound = 10s) {
+        pollfd p{m_fd, POLLIN, 0};
+        auto const deadline = std::chrono::steady_clock::now() + bound;
+        while (std::chrono::steady_clock::now() < deadline) {
+            int const left = static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                                  deadline - std::chrono::steady_clock::now())
+                                                  .count());
+            if (::poll(&p, 1, left) <= 0) return false;
+            char buffer[4096];
+            ssize_t const n = ::recv(m_fd, buffer, sizeof buffer, 0);
+            if (n <= 0) return true;
+        }
+        return false;
+    }
+
+    bool connected = false;
+
+private:
+    int m_fd = -1;
+};
+
+}  // namespace transport_test

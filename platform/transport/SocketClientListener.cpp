@@ -46,12 +46,12 @@ public:
         });
     }
 
-private:
     bool Stopped() {
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_stopped;
     }
 
+private:
     void Try() {
         if (Stopped()) return;
         asio::error_code ignored;
@@ -129,9 +129,7 @@ SocketClientListener::SocketClientListener(std::string name, std::chrono::millis
     : m_name(std::move(name)), m_period(period) {}
 
 SocketClientListener::~SocketClientListener() {
-    for (auto const& weak : m_attempts) {
-        if (auto attempts = weak.lock()) attempts->Stop();
-    }
+    for (auto const& attempts : m_attempts) attempts->Stop();
 }
 
 CallbackConnection SocketClientListener::Listen(std::shared_ptr<IPCEndpoint const> const& endpoint,
@@ -141,12 +139,15 @@ CallbackConnection SocketClientListener::Listen(std::shared_ptr<IPCEndpoint cons
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_attempts.erase(std::remove_if(m_attempts.begin(), m_attempts.end(),
-                                        [](auto const& weak) { return weak.expired(); }),
+                                        [](auto const& old) { return old->Stopped(); }),
                          m_attempts.end());
         m_attempts.push_back(attempts);
     }
     attempts->Start();
-    return CallbackConnection([attempts] { attempts->Stop(); });
+    std::weak_ptr<Attempts> weak = attempts;
+    return CallbackConnection([weak] {
+        if (auto stopping = weak.lock()) stopping->Stop();
+    });
 }
 
 }  // namespace Tarv

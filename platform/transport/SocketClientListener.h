@@ -31,7 +31,9 @@ private:
     std::string const m_name;
     std::chrono::milliseconds const m_period;
     std::mutex m_mutex;
-    std::vector<std::weak_ptr<Attempts>> m_attempts;
+    // Held here, not by the handles Listen returns: a caller may drop its handle and
+    // still expect the listening to go on.
+    std::vector<std::shared_ptr<Attempts>> m_attempts;
 };
 
 }  // namespace Tarv

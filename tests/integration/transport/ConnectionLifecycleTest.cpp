@@ -60,6 +60,17 @@ TEST_F(ConnectionLifecycle, ServerGoingAwayIsReportedOnceAndTheListenerReconnect
     EXPECT_EQ(unanswered.Size(), 0u);
 }
 
+TEST_F(ConnectionLifecycle, ListeningGoesOnWhenItsHandleIsDropped) {
+    auto service = std::make_unique<ScriptedServer>();
+    ClientEnd client;
+    client.listening = CallbackConnection();  // dropped, not disconnected
+    ASSERT_NE(client.Connect(), nullptr);
+    service.reset();
+    ASSERT_TRUE(client.disconnects.WaitFor(1));
+    service = std::make_unique<ScriptedServer>();
+    EXPECT_TRUE(client.sockets.WaitFor(2));
+}
+
 TEST_F(ConnectionLifecycle, StoppedRouterRunsNoHandlerAndTheServerCleansUp) {
     ScriptedServer service;
     ClientEnd client;

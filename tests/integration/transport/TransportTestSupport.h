@@ -94,12 +94,13 @@ struct Message {
     std::string payload;
 };
 
-// An IPCServer serving kService that records what happens; `answer` (if set) handles
+// An IPCServer serving kService (or `name`) that records what happens; `answer` (if set) handles
 // each request on the IO thread, after it has been recorded.
 class ScriptedServer {
 public:
     explicit ScriptedServer(IPCServer::Options options = IPCServer::Options(),
-                            std::function<void(IPCRequest const&)> answer = nullptr)
+                            std::function<void(IPCRequest const&)> answer = nullptr,
+                            std::string const& name = kService)
         : m_answer(std::move(answer)) {
         IPCServer::Handlers handlers;
         handlers.onConnected = [this](IPCServer::SessionPtr const& s) { connected.Put(s); };
@@ -114,7 +115,7 @@ public:
         handlers.onDisconnected = [this](IPCServer::SessionPtr const& s) {
             disconnected.Put(s->Id());
         };
-        server = std::make_unique<IPCServer>(kService, std::move(handlers), std::move(options));
+        server = std::make_unique<IPCServer>(name, std::move(handlers), std::move(options));
     }
 
     Inbox<IPCServer::SessionPtr> connected;

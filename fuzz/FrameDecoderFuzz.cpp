@@ -1,0 +1,7 @@
+// libFuzzer target for the frame decoder.
+#include "FrameDecoderExercise.h"
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+    ExerciseFrameDecoder(data, size);
+    return 0;
+}

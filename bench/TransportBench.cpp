@@ -126,15 +126,8 @@ VellmarkPB::sources MakeSources(int count) {
 // The bytes one frame takes on the socket, built as the router and the server build it.
 std::string FrameBytes(Tarv::IPCFrame::Kind kind, unsigned int id, std::uint64_t number,
                        IPCMessageEnvelope const& envelope) {
-    Tarv::IPCFrame frame;
-    frame.set_kind(kind);
-    if (kind == Tarv::IPCFrame::REQUEST || kind == Tarv::IPCFrame::RESPONSE) {
-        frame.set_request_number(number);
-    }
-    *frame.mutable_envelope() = envelope.Base();
-    frame.mutable_envelope()->set_message_id(id);
     std::string bytes;
-    Tarv::AppendFrame(frame, bytes);
+    Tarv::AppendFrame(Tarv::MakeFrame(kind, id, envelope.Base(), number), bytes);
     return bytes;
 }
 

@@ -34,12 +34,8 @@ bool IPCServerSession::Respond(unsigned int id, std::uint64_t number,
 
 bool IPCServerSession::Send(IPCFrame::Kind kind, unsigned int id, std::uint64_t number,
                             IPCMessageEnvelope const& envelope) {
-    IPCFrame frame;
-    frame.set_kind(kind);
-    if (kind == IPCFrame::RESPONSE) frame.set_request_number(number);
-    *frame.mutable_envelope() = envelope.Base();
-    frame.mutable_envelope()->set_message_id(id);
-    return m_connection->Send(frame) == Tarv::FramedConnection::SendResult::Sent;
+    return m_connection->Send(Tarv::MakeFrame(kind, id, envelope.Base(), number)) ==
+           Tarv::FramedConnection::SendResult::Sent;
 }
 
 namespace {

@@ -21,6 +21,16 @@ bool IsWellFormed(IPCFrame const& frame) {
 
 }  // namespace
 
+IPCFrame MakeFrame(IPCFrame::Kind kind, unsigned int id, IPCMessageEnvelopeBase const& envelope,
+                   std::uint64_t number) {
+    IPCFrame frame;
+    frame.set_kind(kind);
+    if (kind == IPCFrame::REQUEST || kind == IPCFrame::RESPONSE) frame.set_request_number(number);
+    *frame.mutable_envelope() = envelope;
+    frame.mutable_envelope()->set_message_id(id);
+    return frame;
+}
+
 bool AppendFrame(IPCFrame const& frame, std::string& out, std::size_t maxFrameBytes) {
     if (frame.ByteSizeLong() > maxFrameBytes) return false;
     google::protobuf::io::StringOutputStream stream(&out);

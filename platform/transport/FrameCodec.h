@@ -7,6 +7,7 @@
 // few kilobytes, and the limit bounds what one peer can make another buffer. A decoder
 // refuses a longer frame as soon as its length has arrived, before buffering its body.
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "IPCFrame.pb.h"
@@ -14,6 +15,11 @@
 namespace Tarv {
 
 constexpr std::size_t kMaxFrameBytes = std::size_t(1) << 20;
+
+// A frame of `kind` carrying `envelope` under the identifier `id`; `number` is kept for
+// requests and responses only.
+IPCFrame MakeFrame(IPCFrame::Kind kind, unsigned int id, IPCMessageEnvelopeBase const& envelope,
+                   std::uint64_t number = 0);
 
 // Appends `frame`, length-delimited, to `out`. False (and `out` unchanged) if its body
 // would be longer than `maxFrameBytes`.

@@ -76,11 +76,8 @@ void SocketRouter::Stop() {
 
 bool SocketRouter::SendEnvelope(unsigned int id, IPCMessageEnvelope const& envelope) {
     if (!IsOpen()) return false;
-    IPCFrame frame;
-    frame.set_kind(IPCFrame::ONE_WAY);
-    *frame.mutable_envelope() = envelope.Base();
-    frame.mutable_envelope()->set_message_id(id);
-    return m_connection->Send(frame) == FramedConnection::SendResult::Sent;
+    return m_connection->Send(MakeFrame(IPCFrame::ONE_WAY, id, envelope.Base())) ==
+           FramedConnection::SendResult::Sent;
 }
 
 CallbackConnection SocketRouter::SendEnvelopeRequest(unsigned int id,
@@ -98,12 +95,8 @@ CallbackConnection SocketRouter::SendEnvelopeRequest(unsigned int id,
         // Registered before sending: the response may come back before Send returns.
         m_requests.emplace(number, onResponse);
     }
-    IPCFrame frame;
-    frame.set_kind(IPCFrame::REQUEST);
-    frame.set_request_number(number);
-    *frame.mutable_envelope() = request.Base();
-    frame.mutable_envelope()->set_message_id(id);
-    if (m_connection->Send(frame) != FramedConnection::SendResult::Sent) {
+    if (m_connection->Send(MakeFrame(IPCFrame::REQUEST, id, request.Base(), number)) !=
+        FramedConnection::SendResult::Sent) {
         Forget(number, true);
         return CallbackConnection();
     }

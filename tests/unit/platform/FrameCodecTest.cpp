@@ -122,6 +122,21 @@ TEST(FrameCodec, FramesMissingWhatTheyMustCarryAreMalformed) {
     EXPECT_EQ(decoder.Next(frame), Status::Frame) << "a notification needs no number";
 }
 
+TEST(FrameCodec, MadeFramesCarryTheEnvelopeUnderTheirIdentifier) {
+    Tarv::IPCMessageEnvelopeBase envelope;
+    envelope.set_payload("p");
+    envelope.set_payload_type_name("sources");
+    IPCFrame const response = Tarv::MakeFrame(IPCFrame::RESPONSE, 30, envelope, 9);
+    EXPECT_EQ(response.kind(), IPCFrame::RESPONSE);
+    EXPECT_EQ(response.request_number(), 9u);
+    EXPECT_EQ(response.envelope().message_id(), 30u);
+    EXPECT_EQ(response.envelope().payload(), "p");
+    EXPECT_EQ(response.envelope().payload_type_name(), "sources");
+    IPCFrame const notification = Tarv::MakeFrame(IPCFrame::NOTIFICATION, 8, envelope, 9);
+    EXPECT_FALSE(notification.has_request_number());
+    EXPECT_FALSE(envelope.has_message_id()) << "the caller's envelope is left as it was";
+}
+
 TEST(FrameCodec, ManyFramesThroughOneDecoderKeepItsBufferSmall) {
     std::string const one = Encoded(Request(3, std::string(1000, 'q')));
     FrameDecoder decoder;

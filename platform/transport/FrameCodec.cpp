@@ -32,9 +32,19 @@ IPCFrame MakeFrame(IPCFrame::Kind kind, unsigned int id, IPCMessageEnvelopeBase 
 }
 
 bool AppendFrame(IPCFrame const& frame, std::string& out, std::size_t maxFrameBytes) {
-    if (frame.ByteSizeLong() > maxFrameBytes) return false;
-    google::protobuf::io::StringOutputStream stream(&out);
-    return google::protobuf::util::SerializeDelimitedToZeroCopyStream(frame, &stream);
+    std::size_t const start = out.size();
+    bool written;
+    {
+        google::protobuf::io::StringOutputStream stream(&out);
+        written = google::protobuf::util::SerializeDelimitedToZeroCopyStream(frame, &stream);
+    }  // the stream gives back what it reserved beyond the frame here
+    // The size is checked after writing, from the size the writer cached, so that a send
+    // measures its frame once.
+    if (!written || static_cast<std::size_t>(frame.GetCachedSize()) > maxFrameBytes) {
+        out.resize(start);
+        return false;
+    }
+    return true;
 }
 
 void FrameDecoder::Feed(char const* data, std::size_t size) {

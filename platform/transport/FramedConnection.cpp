@@ -161,13 +161,9 @@ FramedConnection::SendResult FramedConnection::Send(IPCFrame const& frame) {
     if (!m_open) return SendResult::Closed;
     std::size_t written = 0;
     if (m_pending.empty()) {
-        ssize_t sent = ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        ssize_t sent = SendSome(bytes.data(), bytes.size());
         if (sent < 0 && !WouldBlock(errno)) {
-            int const error = errno;
-            lock.unlock();
-            IPCLog().Log(DPrint::Info, "%s: send failed: %s", m_description.c_str(),
-                         std::strerror(error));
-            Close();
+            FailSend(lock, errno);
             return SendResult::Closed;
         }
         written = sent > 0 ? static_cast<std::size_t>(sent) : 0;
@@ -191,6 +187,17 @@ FramedConnection::SendResult FramedConnection::Send(IPCFrame const& frame) {
     return SendResult::Sent;
 }
 
+ssize_t FramedConnection::SendSome(char const* data, std::size_t size) {
+    // Never blocks and never raises SIGPIPE: a closed peer shows as an error instead.
+    return ::send(m_fd, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+void FramedConnection::FailSend(std::unique_lock<std::mutex>& lock, int error) {
+    lock.unlock();
+    IPCLog().Log(DPrint::Info, "%s: send failed: %s", m_description.c_str(), std::strerror(error));
+    Close();
+}
+
 void FramedConnection::WaitWritable() {
     m_io->socket.async_wait(asio::socket_base::wait_write,
                             [self = shared_from_this()](asio::error_code const& error) {
@@ -201,8 +208,8 @@ void FramedConnection::WaitWritable() {
 void FramedConnection::OnWritable() {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (m_open && m_pendingOffset < m_pending.size()) {
-        ssize_t sent = ::send(m_fd, m_pending.data() + m_pendingOffset,
-                              m_pending.size() - m_pendingOffset, MSG_NOSIGNAL | MSG_DONTWAIT);
+        ssize_t sent =
+            SendSome(m_pending.data() + m_pendingOffset, m_pending.size() - m_pendingOffset);
         if (sent < 0) {
             if (WouldBlock(errno)) {
                 if (m_pendingOffset > m_pending.size() / 2) {
@@ -213,11 +220,7 @@ void FramedConnection::OnWritable() {
                 WaitWritable();
                 return;
             }
-            int const error = errno;
-            lock.unlock();
-            IPCLog().Log(DPrint::Info, "%s: send failed: %s", m_description.c_str(),
-                         std::strerror(error));
-            Close();
+            FailSend(lock, errno);
             return;
         }
         m_pendingOffset += static_cast<std::size_t>(sent);

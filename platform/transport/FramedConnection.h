@@ -13,6 +13,8 @@
 // closed and Send reports QueueFull. A caller never blocks on a slow peer.
 // End: the connection ends once: when the peer closes, on an error, on bad input or on
 // Close(). Every closed handler then runs once, on the IO thread.
+#include <sys/types.h>
+
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -74,6 +76,10 @@ private:
 
     void ReadSome();
     void OnRead(std::size_t bytes);
+    // Writes what the socket takes now, with the lock held.
+    ssize_t SendSome(char const* data, std::size_t size);
+    // Logs a failed write and closes; releases `lock` first.
+    void FailSend(std::unique_lock<std::mutex>& lock, int error);
     void WaitWritable();
     void OnWritable();
     // Marks the connection closed; true for the call that closed it.

@@ -58,16 +58,13 @@ bool SocketRouter::IsOpen() const {
 
 void SocketRouter::Stop() {
     std::lock_guard<std::recursive_mutex> dispatch(m_dispatch);
-    // Released after m_mutex: the handlers may own anything.
-    std::unordered_map<std::uint64_t, EnvelopeHandler> requests;
-    std::map<std::uint64_t, std::pair<unsigned int, EnvelopeHandler>> attachments;
-    std::function<void()> onDisconnect;
+    Registrations ended;
+    std::function<void()> onDisconnect;  // released with `ended`, after m_mutex
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_stopped) return;
         m_stopped = true;
-        requests.swap(m_requests);
-        attachments.swap(m_attachments);
+        ended = TakeRegistrations();
         onDisconnect.swap(m_onDisconnect);
     }
     m_closedRegistration.Disconnect();
@@ -124,6 +121,13 @@ void SocketRouter::OnPayloadTypeMismatch(IPCMessageEnvelope const& envelope) {
     IPCLog().Log(DPrint::Warning,
                  "router %s: message %u: payload type \"%s\" is not the expected one; dropped",
                  m_name.c_str(), envelope.message_id(), envelope.payload_type_name().c_str());
+}
+
+SocketRouter::Registrations SocketRouter::TakeRegistrations() {
+    Registrations taken;
+    taken.requests.swap(m_requests);
+    taken.attachments.swap(m_attachments);
+    return taken;
 }
 
 CallbackConnection SocketRouter::Registration(std::uint64_t key, bool request) {
@@ -206,17 +210,15 @@ void SocketRouter::DeliverNotification(IPCMessageEnvelope const& envelope) {
 
 void SocketRouter::OnClosed() {
     std::lock_guard<std::recursive_mutex> dispatch(m_dispatch);
-    std::unordered_map<std::uint64_t, EnvelopeHandler> requests;
-    std::map<std::uint64_t, std::pair<unsigned int, EnvelopeHandler>> attachments;
+    Registrations ended;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_stopped || m_closed) return;
         m_closed = true;
-        requests.swap(m_requests);
-        attachments.swap(m_attachments);
+        ended = TakeRegistrations();
     }
     IPCLog().Log(DPrint::Info, "router %s: connection lost (%zu requests unanswered)",
-                 m_name.c_str(), requests.size());
+                 m_name.c_str(), ended.requests.size());
     ReportDisconnect();
 }
 

@@ -57,6 +57,17 @@ private:
     CallbackConnection Registration(std::uint64_t key, bool request);
     void Forget(std::uint64_t key, bool request);
 
+    using Requests = std::unordered_map<std::uint64_t, EnvelopeHandler>;
+    // By attachment key, so in the order of attachment: identifier and handler.
+    using Attachments = std::map<std::uint64_t, std::pair<unsigned int, EnvelopeHandler>>;
+    // Every registration, taken out under m_mutex to be released after it: the handlers may
+    // own anything.
+    struct Registrations {
+        Requests requests;
+        Attachments attachments;
+    };
+    Registrations TakeRegistrations();
+
     std::string const m_name;
     std::shared_ptr<FramedConnection> const m_connection;
     CallbackConnection m_closedRegistration;
@@ -70,10 +81,9 @@ private:
     bool m_disconnectReported = false;
     std::function<void()> m_onDisconnect;
     std::uint64_t m_lastRequest = 0;
-    std::unordered_map<std::uint64_t, EnvelopeHandler> m_requests;
+    Requests m_requests;
     std::uint64_t m_lastAttachment = 0;
-    // By attachment key, so in the order of attachment: identifier and handler.
-    std::map<std::uint64_t, std::pair<unsigned int, EnvelopeHandler>> m_attachments;
+    Attachments m_attachments;
 };
 
 }  // namespace Tarv

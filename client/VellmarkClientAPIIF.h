@@ -52,7 +52,6 @@ public:
     // A host-account subscription made while disconnected is kept but never attached; call
     // it again once connected.
     virtual void SubscribeMspHostAccountsRequest(Callback<VellmarkPB::sources> const& callback) = 0;
-    // The callback also receives the current groups at once.
     virtual void SubscribeGroupsRequest(Callback<VellmarkPB::VellmarkGroups> const& callback) = 0;
 
     // Queries: ask once for the current state; `callback` (replaces the previous one of

@@ -20,7 +20,7 @@ endforeach()
 # vellmark_protobuf_generate(<out-var> <import-root> <file.proto>...)
 # Sets <out-var> to the generated .pb.cc files.
 function(vellmark_protobuf_generate out_var root)
-  set(include_flags)
+  set(include_flags -I${root})
   foreach(dir ${VELLMARK_PROTO_ROOTS})
     list(APPEND include_flags -I${dir})
   endforeach()

@@ -22,6 +22,7 @@
 #include "IPCDirectory.h"
 #include "IPCMessageRouterFactory.h"
 #include "IPCServer.h"
+#include "Inbox.h"
 
 namespace transport_test {
 
@@ -49,38 +50,7 @@ private:
     std::string m_path;
 };
 
-// Values handed over by other threads; a test waits for them with a bound.
-template <class T>
-class Inbox {
-public:
-    void Put(T value) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_values.push_back(std::move(value));
-        m_arrived.notify_all();
-    }
-    // True once `count` values have arrived, false if the bound passed first.
-    bool WaitFor(std::size_t count, std::chrono::milliseconds bound = 10s) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_arrived.wait_for(lock, bound, [&] { return m_values.size() >= count; });
-    }
-    std::vector<T> Values() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_values;
-    }
-    std::size_t Size() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_values.size();
-    }
-    T At(std::size_t index) const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_values.at(index);
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::condition_variable m_arrived;
-    std::vector<T> m_values;
-};
+using Testing::Inbox;
 
 inline IPCMessageEnvelope Bytes(std::string payload) {
     IPCMessageEnvelope envelope;

@@ -1,0 +1,23 @@
+#pragma once
+// Acknowledgements: the CLOUDSYNC_RECEIVED messages the service received, counted per
+// update identifier since start, and the latest ones kept with their connection and time.
+//
+// Not thread-safe; used on the service's task.
+#include <cstdint>
+#include <deque>
+#include <map>
+
+#include "VellmarkAdmin.pb.h"
+
+class Acknowledgements {
+public:
+    // The latest acknowledgements kept.
+    static constexpr std::size_t kKept = 100;
+
+    void Record(unsigned int updateId, std::uint64_t session);
+    VellmarkAdmin::AcknowledgementReport Report() const;
+
+private:
+    std::map<unsigned int, std::uint64_t> m_counts;
+    std::deque<VellmarkAdmin::Acknowledgement> m_latest;
+};

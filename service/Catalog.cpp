@@ -1,0 +1,355 @@
+#include "Catalog.h"
+
+#include <google/protobuf/message.h>
+
+#include <ctime>
+#include <stdexcept>
+
+#include "VellmarkSources.pb.h"
+
+using VellmarkPB::Code;
+using VellmarkPB::MessageId;
+
+namespace {
+
+char const kProviderGVA[] = "GVA";
+char const kVoiceAssistantType[] = "VPA";
+
+bool IsGVA(VellmarkPB::serviceAccounts const& account) {
+    return account.provider() == kProviderGVA;
+}
+
+// The list an account appears in as a source.
+char const* ListOf(VellmarkPB::serviceAccounts const& account) {
+    return IsGVA(account) ? "voice-accounts" : "sources";
+}
+
+VellmarkAdmin::ResourceInfo const& Resource(char const* name) {
+    auto const* resource = VellmarkAdmin::FindResource(name);
+    if (!resource) throw std::logic_error(std::string("no resource ") + name);
+    return *resource;
+}
+
+VellmarkPB::VellmarkSource_source SourceOf(VellmarkPB::serviceAccounts const& account) {
+    VellmarkPB::VellmarkSource_source source;
+    source.set_id(account.accountid());
+    if (account.has_accounttype()) source.set_type(account.accounttype());
+    source.mutable_sourceproviderid()->set_text(account.provider());
+    if (account.has_name()) source.mutable_name()->set_text(account.name());
+    source.mutable_accountid()->set_text(account.accountid());
+    if (account.has_tarvpersonid()) source.set_tarvpersonid(account.tarvpersonid());
+    if (account.has_createdon()) source.mutable_createdon()->set_text(account.createdon());
+    if (account.has_updatedon()) source.mutable_updatedon()->set_text(account.updatedon());
+    return source;
+}
+
+}  // namespace
+
+VellmarkPB::Error Refusal(MessageId id, Code code, std::string const& text) {
+    VellmarkPB::Error error;
+    error.set_code(6);
+    error.set_subcode(code);
+    error.set_messageid(id);
+    error.set_message(text);
+    return error;
+}
+
+std::string Timestamp() {
+    std::time_t const now = std::time(nullptr);
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return text;
+}
+
+Catalog::Catalog(Store& store) : m_store(store) {}
+
+std::unique_ptr<google::protobuf::Message> Catalog::Read(
+    VellmarkAdmin::ResourceInfo const& resource) {
+    std::unique_ptr<google::protobuf::Message> message(
+        google::protobuf::MessageFactory::generated_factory()->GetPrototype(resource.type)->New());
+    auto const bytes = m_store.Resource(resource.name);
+    if (bytes && !message->ParsePartialFromString(*bytes)) {
+        throw StoreError("store " + m_store.Path() + ": damaged resource " + resource.name);
+    }
+    return message;
+}
+
+void Catalog::Write(VellmarkAdmin::ResourceInfo const& resource,
+                    google::protobuf::Message const& value, Changes& changed) {
+    m_store.PutResource(resource.name, value.SerializePartialAsString());
+    changed.insert(resource.name);
+}
+
+VellmarkPB::VellmarkPresets Catalog::StorePresets(VellmarkPB::VellmarkPresets const& presets,
+                                                  Changes& changed) {
+    auto const& resource = Resource("presets");
+    VellmarkPB::VellmarkPresets stored;
+    stored.CopyFrom(*Read(resource));
+
+    std::set<std::string> keys;
+    for (auto const& preset : presets.presets()) {
+        if (preset.key().empty() || !keys.insert(preset.key()).second) return stored;
+    }
+    for (auto const& preset : presets.presets()) {
+        auto place = stored.mutable_presets()->begin();
+        auto end = stored.mutable_presets()->end();
+        while (place != end && place->key() != preset.key()) ++place;
+        if (place != end) {
+            place->CopyFrom(preset);
+        } else {
+            stored.add_presets()->CopyFrom(preset);
+        }
+    }
+    Store::Transaction transaction(m_store);
+    Write(resource, stored, changed);
+    transaction.Commit();
+    return stored;
+}
+
+VellmarkPB::VellmarkAcctOpEnvelope Catalog::AccountFailure(MessageId id, Code code,
+                                                           std::string const& text) {
+    VellmarkPB::VellmarkAcctOpEnvelope reply;
+    reply.set_success(false);
+    *reply.mutable_error() = Refusal(id, code, text);
+    return reply;
+}
+
+void Catalog::MirrorAsSource(char const* resourceName, VellmarkPB::serviceAccounts const& account,
+                             bool remove, Changes& changed) {
+    auto const& resource = Resource(resourceName);
+    VellmarkPB::sources list;
+    list.CopyFrom(*Read(resource));
+    auto* sources = list.mutable_source();
+    int found = -1;
+    for (int i = 0; i < sources->size(); ++i) {
+        if (sources->Get(i).id() == account.accountid()) found = i;
+    }
+    if (remove) {
+        if (found < 0) return;
+        sources->DeleteSubrange(found, 1);
+    } else if (found >= 0) {
+        *sources->Mutable(found) = SourceOf(account);
+    } else {
+        *sources->Add() = SourceOf(account);
+    }
+    Write(resource, list, changed);
+}
+
+VellmarkPB::VellmarkAcctOpEnvelope Catalog::CreateServiceAccount(
+    VellmarkPB::serviceAccounts const& account, Changes& changed) {
+    auto const id = VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT;
+    if (account.accountid().empty()) {
+        return AccountFailure(id, VellmarkPB::CODE_EMPTY_ACCOUNT_ID, "accountID is empty");
+    }
+    if (m_store.Account(account.accountid())) {
+        return AccountFailure(id, VellmarkPB::CODE_DUPLICATE_ACCOUNT,
+                              "account " + account.accountid() + " exists already");
+    }
+    VellmarkPB::serviceAccounts stored = account;
+    std::string const now = Timestamp();
+    if (!stored.has_createdon()) stored.set_createdon(now);
+    stored.set_updatedon(now);
+
+    Store::Transaction transaction(m_store);
+    m_store.PutAccount(stored);
+    MirrorAsSource(ListOf(stored), stored, false, changed);
+    transaction.Commit();
+
+    VellmarkPB::VellmarkAcctOpEnvelope reply;
+    reply.set_success(true);
+    *reply.mutable_account() = stored;
+    return reply;
+}
+
+VellmarkPB::VellmarkAcctOpEnvelope Catalog::UpdateServiceAccount(
+    VellmarkPB::serviceAccounts const& account, Changes& changed) {
+    auto const id = VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT;
+    if (account.accountid().empty()) {
+        return AccountFailure(id, VellmarkPB::CODE_EMPTY_ACCOUNT_ID, "accountID is empty");
+    }
+    auto stored = m_store.Account(account.accountid());
+    if (!stored) {
+        return AccountFailure(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT,
+                              "no account " + account.accountid());
+    }
+    // Fields the update leaves out keep their stored values.
+    std::string const createdOn = stored->createdon();
+    stored->MergeFrom(account);
+    stored->set_createdon(createdOn);
+    stored->set_updatedon(Timestamp());
+
+    Store::Transaction transaction(m_store);
+    m_store.PutAccount(*stored);
+    MirrorAsSource(ListOf(*stored), *stored, false, changed);
+    transaction.Commit();
+
+    VellmarkPB::VellmarkAcctOpEnvelope reply;
+    reply.set_success(true);
+    *reply.mutable_account() = *stored;
+    return reply;
+}
+
+VellmarkPB::VellmarkAcctOpEnvelope Catalog::DeleteServiceAccount(
+    VellmarkPB::VellmarkDeleteSrvcAccount const& request, Changes& changed) {
+    auto const id = VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT;
+    if (request.accountid().empty()) {
+        return AccountFailure(id, VellmarkPB::CODE_EMPTY_ACCOUNT_ID, "accountID is empty");
+    }
+    auto stored = m_store.Account(request.accountid());
+    if (!stored) {
+        return AccountFailure(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT,
+                              "no account " + request.accountid());
+    }
+    Store::Transaction transaction(m_store);
+    m_store.DeleteAccount(request.accountid());
+    MirrorAsSource(ListOf(*stored), *stored, true, changed);
+    transaction.Commit();
+
+    VellmarkPB::VellmarkAcctOpEnvelope reply;
+    reply.set_success(true);
+    auto* deleted = reply.mutable_delaccount();
+    deleted->set_accountid(request.accountid());
+    deleted->set_code(0);
+    deleted->set_subcode(0);
+    deleted->set_status(0);
+    deleted->set_message("account deleted");
+    return reply;
+}
+
+Outcome<VellmarkPB::serviceAccounts> Catalog::CreateGVAAccount(
+    VellmarkPB::serviceAccounts const& request, Changes& changed) {
+    auto const id = VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE;
+    if (request.tarvpersonid().empty()) {
+        return Refusal(id, VellmarkPB::CODE_EMPTY_PERSON_ID, "tarvPersonID is empty");
+    }
+    if (request.provideraccountid().empty()) {
+        return Refusal(id, VellmarkPB::CODE_EMPTY_ACCOUNT_ID, "providerAccountID is empty");
+    }
+    for (auto const& account : m_store.Accounts()) {
+        if (IsGVA(account) && account.tarvpersonid() == request.tarvpersonid()) {
+            return Refusal(id, VellmarkPB::CODE_GVA_ACCOUNT_EXISTS,
+                           "person " + request.tarvpersonid() + " has a GVA account already");
+        }
+    }
+    Store::Transaction transaction(m_store);
+    VellmarkPB::serviceAccounts account = request;
+    account.set_accountid("gva-" + std::to_string(m_store.NextNumber("gva")));
+    account.set_provider(kProviderGVA);
+    if (!account.has_accounttype()) account.set_accounttype(kVoiceAssistantType);
+    std::string const now = Timestamp();
+    account.set_createdon(now);
+    account.set_updatedon(now);
+    m_store.PutAccount(account);
+    MirrorAsSource("voice-accounts", account, false, changed);
+    transaction.Commit();
+    return account;
+}
+
+Outcome<VellmarkPB::VellmarkDeleteGVA> Catalog::DeleteGVAAccount(
+    VellmarkPB::VellmarkDeleteGVA const& request, Changes& changed) {
+    auto const id = VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE;
+    if (request.accountid().empty()) {
+        return Refusal(id, VellmarkPB::CODE_EMPTY_ACCOUNT_ID, "accountID is empty");
+    }
+    auto stored = m_store.Account(request.accountid());
+    if (!stored || !IsGVA(*stored)) {
+        return Refusal(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT,
+                       "no GVA account " + request.accountid());
+    }
+    Store::Transaction transaction(m_store);
+    m_store.DeleteAccount(request.accountid());
+    MirrorAsSource("voice-accounts", *stored, true, changed);
+    transaction.Commit();
+
+    VellmarkPB::VellmarkDeleteGVA reply;
+    reply.set_accountid(request.accountid());
+    reply.set_code(0);
+    reply.set_subcode(0);
+    reply.set_status(0);
+    reply.set_message("GVA account deleted");
+    return reply;
+}
+
+Outcome<VellmarkPB::serviceAccounts> Catalog::UpdateGVAAssistantDeviceId(
+    VellmarkPB::serviceAccounts const& request, Changes& changed) {
+    auto const id = VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID;
+    std::string const& deviceId = request.attributes().assistantdeviceid();
+    if (deviceId.empty()) {
+        return Refusal(id, VellmarkPB::CODE_EMPTY_ASSISTANT_DEVICE_ID,
+                       "assistantDeviceId is empty");
+    }
+    std::optional<VellmarkPB::serviceAccounts> first;
+    Store::Transaction transaction(m_store);
+    std::string const now = Timestamp();
+    for (auto account : m_store.Accounts()) {
+        if (!IsGVA(account)) continue;
+        account.mutable_attributes()->set_assistantdeviceid(deviceId);
+        account.set_updatedon(now);
+        m_store.PutAccount(account);
+        MirrorAsSource("voice-accounts", account, false, changed);
+        if (!first) first = account;
+    }
+    if (!first) return Refusal(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT, "no GVA account");
+    transaction.Commit();
+    return *first;
+}
+
+VellmarkAdmin::StoreDocument Catalog::Export() {
+    VellmarkAdmin::StoreDocument document;
+    auto const* reflection = document.GetReflection();
+    for (auto const& resource : VellmarkAdmin::Resources()) {
+        if (!m_store.Resource(resource.name)) continue;
+        auto const* field = document.GetDescriptor()->FindFieldByName(resource.documentField);
+        reflection->MutableMessage(&document, field)->CopyFrom(*Read(resource));
+    }
+    for (auto const& account : m_store.Accounts()) *document.add_serviceaccounts() = account;
+    return document;
+}
+
+namespace {
+
+// Refuses accounts without an identifier or with one used twice.
+void CheckAccounts(
+    google::protobuf::RepeatedPtrField<VellmarkPB::serviceAccounts> const& accounts) {
+    std::set<std::string> ids;
+    for (auto const& account : accounts) {
+        if (account.accountid().empty()) {
+            throw std::invalid_argument("a service account without accountID");
+        }
+        if (!ids.insert(account.accountid()).second) {
+            throw std::invalid_argument("service account " + account.accountid() +
+                                        " appears twice");
+        }
+    }
+}
+
+}  // namespace
+
+void Catalog::Seed(VellmarkAdmin::StoreDocument const& document, Changes& changed) {
+    CheckAccounts(document.serviceaccounts());
+    auto const* reflection = document.GetReflection();
+    Store::Transaction transaction(m_store);
+    for (auto const& resource : VellmarkAdmin::Resources()) {
+        auto const* field = document.GetDescriptor()->FindFieldByName(resource.documentField);
+        Write(resource, reflection->GetMessage(document, field), changed);
+    }
+    m_store.DeleteAllAccounts();
+    for (auto const& account : document.serviceaccounts()) m_store.PutAccount(account);
+    transaction.Commit();
+}
+
+VellmarkAdmin::ServiceAccountList Catalog::Accounts() {
+    VellmarkAdmin::ServiceAccountList list;
+    for (auto const& account : m_store.Accounts()) *list.add_serviceaccounts() = account;
+    return list;
+}
+
+void Catalog::PutAccounts(VellmarkAdmin::ServiceAccountList const& accounts) {
+    CheckAccounts(accounts.serviceaccounts());
+    Store::Transaction transaction(m_store);
+    m_store.DeleteAllAccounts();
+    for (auto const& account : accounts.serviceaccounts()) m_store.PutAccount(account);
+    transaction.Commit();
+}

@@ -1,0 +1,79 @@
+#include "TrafficMonitor.h"
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
+
+#include <chrono>
+#include <ctime>
+
+#include "AdminProtocol.h"
+#include "Json.h"
+#include "Masking.h"
+#include "VellmarkAdmin.pb.h"
+
+namespace {
+
+// UTC time of day with milliseconds: "10:15:02.347".
+std::string TimeOfDay() {
+    auto const now = std::chrono::system_clock::now();
+    std::time_t const seconds = std::chrono::system_clock::to_time_t(now);
+    auto const millis =
+        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() %
+        1000;
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    char text[32];
+    std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03d", utc.tm_hour, utc.tm_min, utc.tm_sec,
+                  static_cast<int>(millis));
+    return text;
+}
+
+// The payload as masked JSON, or a note on why it cannot be shown.
+std::string PayloadJson(IPCMessageEnvelope const& envelope) {
+    auto const* type = google::protobuf::DescriptorPool::generated_pool()->FindMessageTypeByName(
+        "VellmarkPB." + envelope.payload_type_name());
+    if (!type) return "\"(" + std::to_string(envelope.payload().size()) + " bytes)\"";
+    std::unique_ptr<google::protobuf::Message> message(
+        google::protobuf::MessageFactory::generated_factory()->GetPrototype(type)->New());
+    if (!envelope.GetPayload(*message)) return "\"(does not parse)\"";
+    MaskSensitiveFields(*message);
+    return VellmarkJson::Print(*message, false);
+}
+
+}  // namespace
+
+void TrafficMonitor::Add(std::shared_ptr<IPCServerSession> const& watcher) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_watchers.push_back(watcher);
+}
+
+void TrafficMonitor::Report(char const* direction, std::uint64_t session, char const* kind,
+                            unsigned int id, IPCMessageEnvelope const& envelope) {
+    std::vector<std::shared_ptr<IPCServerSession>> watchers;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        for (auto it = m_watchers.begin(); it != m_watchers.end();) {
+            auto watcher = it->lock();
+            if (watcher && watcher->IsOpen()) {
+                watchers.push_back(std::move(watcher));
+                ++it;
+            } else {
+                it = m_watchers.erase(it);
+            }
+        }
+    }
+    if (watchers.empty()) return;
+
+    VellmarkAdmin::TrafficEvent event;
+    event.set_time(TimeOfDay());
+    event.set_direction(direction);
+    event.set_session(session);
+    event.set_kind(kind);
+    event.set_messageid(id);
+    event.set_messagename(VellmarkAdmin::MessageName(id));
+    event.set_payloadtype(envelope.payload_type_name());
+    event.set_payloadjson(PayloadJson(envelope));
+    IPCMessageEnvelope out;
+    out.SetPayload(event);
+    for (auto const& watcher : watchers) watcher->Notify(VellmarkAdmin::kTrafficId, out);
+}

@@ -1,0 +1,316 @@
+#include "VellmarkService.h"
+
+#include "BreakThread.h"
+#include "Json.h"
+#include "VellmarkMessageId.pb.h"
+#include "VellmarkServiceAccounts.pb.h"
+
+using VellmarkPB::MessageId;
+
+namespace {
+
+// The error a request gets when the service itself fails (its store, say).
+VellmarkPB::Error InternalError(unsigned int id, std::string const& text) {
+    VellmarkPB::Error error;
+    error.set_code(VellmarkPB::CODE_INTERNAL_ERROR);
+    error.set_subcode(VellmarkPB::CODE_INTERNAL_ERROR);
+    error.set_messageid(static_cast<MessageId>(id));
+    error.set_message(text);
+    return error;
+}
+
+// The identifier of the Error notification that fails a GVA request, or 0.
+unsigned int GVAErrorId(unsigned int id) {
+    switch (id) {
+        case VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE:
+            return VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE_ERROR;
+        case VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE:
+            return VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE_ERROR;
+        case VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID:
+            return VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_ERROR;
+        default:
+            return 0;
+    }
+}
+
+bool IsServiceAccountOperation(unsigned int id) {
+    return id == VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT ||
+           id == VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT ||
+           id == VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT;
+}
+
+// Decodes the request's payload as `message`: false when its type name is another one or
+// its bytes do not parse.
+bool Decode(IPCRequest const& request, google::protobuf::Message& message) {
+    auto const& envelope = request.envelope;
+    if (envelope.has_payload_type_name() &&
+        envelope.payload_type_name() != message.GetDescriptor()->name()) {
+        return false;
+    }
+    return envelope.GetPayload(message);
+}
+
+IPCMessageEnvelope EnvelopeOf(google::protobuf::Message const& message) {
+    IPCMessageEnvelope envelope;
+    envelope.SetPayload(message);
+    return envelope;
+}
+
+}  // namespace
+
+DPrint& VellmarkService::Log() {
+    static DPrint log("vellmarkd");
+    return log;
+}
+
+VellmarkService::VellmarkService(std::string const& dbPath,
+                                 std::optional<VellmarkAdmin::StoreDocument> seed)
+    : m_store(dbPath), m_catalog(m_store), m_task("vellmarkd") {
+    if (seed) {
+        Changes changed;
+        m_catalog.Seed(*seed, changed);
+    }
+    m_delayed = std::make_unique<DelayedRunner>();
+
+    IPCServer::Handlers service;
+    service.onConnected = [this](IPCServer::SessionPtr const& session) {
+        Post([this, session] {
+            auto const peer = session->Peer();
+            m_clients[session->Id()] = Client{session, Timestamp(), 0};
+            Log().Log(DPrint::Flow, "client connected: session %llu, pid %d, uid %u",
+                      static_cast<unsigned long long>(session->Id()), static_cast<int>(peer.pid),
+                      static_cast<unsigned>(peer.uid));
+        });
+    };
+    service.onDisconnected = [this](IPCServer::SessionPtr const& session) {
+        Post([this, session] {
+            m_clients.erase(session->Id());
+            Log().Log(DPrint::Flow, "client gone: session %llu",
+                      static_cast<unsigned long long>(session->Id()));
+        });
+    };
+    service.onRequest = [this](IPCRequest const& request) {
+        m_monitor.Report("in", request.session->Id(), "request", request.id, request.envelope);
+        Post([this, request] { HandleRequest(request); });
+    };
+    service.onMessage = [this](IPCServer::SessionPtr const& session, unsigned int id,
+                               IPCMessageEnvelope const& envelope) {
+        m_monitor.Report("in", session->Id(), "one-way", id, envelope);
+        Post([this, session, id, envelope] { HandleOneWay(session, id, envelope); });
+    };
+    m_server = std::make_unique<IPCServer>(VellmarkAdmin::kServiceEndpoint, std::move(service));
+
+    IPCServer::Handlers admin;
+    admin.onRequest = [this](IPCRequest const& request) {
+        Post([this, request] {
+            VellmarkAdmin::Reply reply = HandleAdmin(request);
+            request.Respond(EnvelopeOf(reply));
+        });
+    };
+    m_admin = std::make_unique<IPCServer>(VellmarkAdmin::kAdminEndpoint, std::move(admin));
+}
+
+VellmarkService::~VellmarkService() {
+    Stop();
+}
+
+void VellmarkService::Stop() {
+    if (m_server) m_server->Stop();
+    if (m_admin) m_admin->Stop();
+    m_task.Stop();
+    m_delayed.reset();
+}
+
+void VellmarkService::Post(std::function<void()> work) {
+    IL::BreakThread(std::move(work), &m_task);
+}
+
+void VellmarkService::HandleRequest(IPCRequest const& request) {
+    auto client = m_clients.find(request.session->Id());
+    if (client != m_clients.end()) ++client->second.requests;
+    if (Log().IsLog(DPrint::Info)) {
+        Log().Log(DPrint::Info, "request %u %s from session %llu", request.id,
+                  VellmarkAdmin::MessageName(request.id).c_str(),
+                  static_cast<unsigned long long>(request.session->Id()));
+    }
+    if (ApplyFault(request)) return;
+    try {
+        if (auto const* resource = VellmarkAdmin::ResourceOfQuery(request.id)) {
+            HandleQuery(request, *resource);
+        } else if (request.id == VellmarkPB::VELLMARK_MESSAGE_STORE_PRESETS) {
+            HandleStorePresets(request);
+        } else if (IsServiceAccountOperation(request.id)) {
+            HandleServiceAccount(request);
+        } else if (GVAErrorId(request.id) != 0) {
+            HandleGVA(request);
+        } else {
+            Log().Log(DPrint::Warning, "no request is served under identifier %u; not answered",
+                      request.id);
+        }
+    } catch (StoreError const& error) {
+        Log().Log(DPrint::Error, "request %u failed: %s", request.id, error.what());
+        Fail(request, InternalError(request.id, error.what()));
+    }
+}
+
+bool VellmarkService::ApplyFault(IPCRequest const& request) {
+    auto failure = m_faults.Take(request.id);
+    if (!failure) return false;
+    if (!failure->error) {
+        Log().Log(DPrint::Flow, "request %u left unanswered, as asked", request.id);
+        return true;
+    }
+    VellmarkPB::Error error = *failure->error;
+    if (!error.has_messageid()) error.set_messageid(static_cast<MessageId>(request.id));
+    Log().Log(DPrint::Flow, "request %u failed, as asked", request.id);
+    Fail(request, error);
+    return true;
+}
+
+void VellmarkService::Fail(IPCRequest const& request, VellmarkPB::Error const& error) {
+    if (IsServiceAccountOperation(request.id)) {
+        VellmarkPB::VellmarkAcctOpEnvelope reply;
+        reply.set_success(false);
+        *reply.mutable_error() = error;
+        Answer(request, reply);
+    } else if (unsigned int const errorId = GVAErrorId(request.id)) {
+        NotifyRequester(request, errorId, error);
+    }
+    // Queries and preset storage have no error path: the client hears nothing.
+}
+
+void VellmarkService::HandleQuery(IPCRequest const& request,
+                                  VellmarkAdmin::ResourceInfo const& resource) {
+    // The request's content does not matter: the identifier names the resource.
+    Answer(request, *m_catalog.Read(resource));
+}
+
+void VellmarkService::HandleStorePresets(IPCRequest const& request) {
+    VellmarkPB::VellmarkPresets presets;
+    if (!Decode(request, presets)) {
+        Log().Log(DPrint::Warning, "presets to store do not parse; the stored ones are answered");
+        presets.Clear();
+    }
+    Changes changed;
+    auto const stored = m_catalog.StorePresets(presets, changed);
+    if (changed.empty() && presets.presets_size() > 0) {
+        Log().Log(DPrint::Warning,
+                  "presets refused: every preset needs a key of its own; nothing stored");
+    }
+    Answer(request, stored);
+    Broadcast(changed);
+}
+
+void VellmarkService::HandleServiceAccount(IPCRequest const& request) {
+    Changes changed;
+    VellmarkPB::VellmarkAcctOpEnvelope reply;
+    auto const refusal = [&request] {
+        return Refusal(static_cast<MessageId>(request.id), VellmarkPB::CODE_INVALID_INPUT,
+                       "the request does not parse");
+    };
+    if (request.id == VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT) {
+        VellmarkPB::VellmarkDeleteSrvcAccount deletion;
+        if (!Decode(request, deletion)) return Fail(request, refusal());
+        reply = m_catalog.DeleteServiceAccount(deletion, changed);
+    } else {
+        VellmarkPB::serviceAccounts account;
+        if (!Decode(request, account)) return Fail(request, refusal());
+        reply = request.id == VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT
+                    ? m_catalog.CreateServiceAccount(account, changed)
+                    : m_catalog.UpdateServiceAccount(account, changed);
+    }
+    if (!reply.success()) {
+        Log().Log(DPrint::Flow, "request %u refused: %s", request.id,
+                  reply.error().message().c_str());
+    }
+    Answer(request, reply);
+    Broadcast(changed);
+}
+
+void VellmarkService::HandleGVA(IPCRequest const& request) {
+    Changes changed;
+    auto const refusal = Refusal(static_cast<MessageId>(request.id), VellmarkPB::CODE_INVALID_INPUT,
+                                 "the request does not parse");
+    // Sends the success as the reply, a refusal on the identifier's error path.
+    auto const conclude = [&](auto const& outcome) {
+        if (auto const* error = std::get_if<VellmarkPB::Error>(&outcome)) {
+            Log().Log(DPrint::Flow, "request %u refused: %s", request.id, error->message().c_str());
+            Fail(request, *error);
+        } else {
+            Answer(request, std::get<0>(outcome));
+        }
+    };
+    if (request.id == VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE) {
+        VellmarkPB::VellmarkDeleteGVA deletion;
+        if (!Decode(request, deletion)) return Fail(request, refusal);
+        conclude(m_catalog.DeleteGVAAccount(deletion, changed));
+    } else {
+        VellmarkPB::serviceAccounts account;
+        if (!Decode(request, account)) return Fail(request, refusal);
+        conclude(request.id == VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE
+                     ? m_catalog.CreateGVAAccount(account, changed)
+                     : m_catalog.UpdateGVAAssistantDeviceId(account, changed));
+    }
+    Broadcast(changed);
+}
+
+void VellmarkService::HandleOneWay(std::shared_ptr<IPCServerSession> const& session,
+                                   unsigned int id, IPCMessageEnvelope const& envelope) {
+    VellmarkPB::CloudSyncReceived acknowledgement;
+    if (id != VellmarkPB::VELLMARK_MESSAGE_CLOUDSYNC_RECEIVED ||
+        (envelope.has_payload_type_name() &&
+         envelope.payload_type_name() != acknowledgement.GetDescriptor()->name()) ||
+        !envelope.GetPayload(acknowledgement)) {
+        Log().Log(DPrint::Warning, "one-way message %u from session %llu ignored", id,
+                  static_cast<unsigned long long>(session->Id()));
+        return;
+    }
+    m_acknowledgements.Record(acknowledgement.messageid(), session->Id());
+    Log().Log(DPrint::Info, "update %d acknowledged by session %llu", acknowledgement.messageid(),
+              static_cast<unsigned long long>(session->Id()));
+}
+
+void VellmarkService::Answer(IPCRequest const& request, google::protobuf::Message const& reply) {
+    auto const envelope = EnvelopeOf(reply);
+    auto send = [this, request, envelope] {
+        if (request.Respond(envelope)) {
+            m_monitor.Report("out", request.session->Id(), "response", request.id, envelope);
+        }
+    };
+    auto const delay = m_faults.DelayOf(request.id);
+    if (delay.count() > 0) {
+        m_delayed->RunAfter(delay, std::move(send));
+    } else {
+        send();
+    }
+}
+
+void VellmarkService::NotifyRequester(IPCRequest const& request, unsigned int id,
+                                      google::protobuf::Message const& message) {
+    auto const envelope = EnvelopeOf(message);
+    auto send = [this, session = request.session, id, envelope] {
+        if (session->Notify(id, envelope)) {
+            m_monitor.Report("out", session->Id(), "notification", id, envelope);
+        }
+    };
+    auto const delay = m_faults.DelayOf(request.id);
+    if (delay.count() > 0) {
+        m_delayed->RunAfter(delay, std::move(send));
+    } else {
+        send();
+    }
+}
+
+void VellmarkService::Broadcast(Changes const& changed) {
+    for (auto const& name : changed) {
+        auto const* resource = VellmarkAdmin::FindResource(name);
+        if (!resource || resource->updateId == 0) continue;
+        auto const envelope = EnvelopeOf(*m_catalog.Read(*resource));
+        for (auto const& session : m_server->Sessions()) {
+            if (session->Notify(resource->updateId, envelope)) {
+                m_monitor.Report("out", session->Id(), "notification", resource->updateId,
+                                 envelope);
+            }
+        }
+    }
+}

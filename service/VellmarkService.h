@@ -1,0 +1,97 @@
+#pragma once
+// VellmarkService: the reference Vellmark service. It serves the product's endpoint
+// "Vellmark" (every request of the client's table, update notifications to every
+// connection, acknowledgements recorded) and the admin endpoint "VellmarkAdmin" (see
+// VellmarkAdmin.proto), keeping its data in a Store.
+//
+// Threads: the transport's IO thread only hands frames over; one task of the service's
+// own runs everything else (store, faults, acknowledgements, answers), one request at a
+// time, in arrival order. Delayed answers leave from a timer thread.
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Acknowledgements.h"
+#include "Catalog.h"
+#include "DPrint.h"
+#include "DelayedRunner.h"
+#include "Faults.h"
+#include "IPCServer.h"
+#include "Store.h"
+#include "Task.h"
+#include "TrafficMonitor.h"
+#include "VellmarkAdmin.pb.h"
+
+class VellmarkService {
+public:
+    // Opens the store at `dbPath` (StoreError), replaces its content with `seed` when
+    // given, and serves both endpoints (std::system_error when a socket cannot be made).
+    VellmarkService(std::string const& dbPath, std::optional<VellmarkAdmin::StoreDocument> seed);
+    // Stops.
+    ~VellmarkService();
+    VellmarkService(VellmarkService const&) = delete;
+    VellmarkService& operator=(VellmarkService const&) = delete;
+
+    // Closes every connection and both sockets, then finishes the work in hand. Idempotent.
+    void Stop();
+
+    std::string const& ServicePath() const { return m_server->Path(); }
+    std::string const& AdminPath() const { return m_admin->Path(); }
+
+    // The service's logger, "vellmarkd".
+    static DPrint& Log();
+
+private:
+    struct Client {
+        std::weak_ptr<IPCServerSession> session;
+        std::string connectedAt;
+        std::uint64_t requests = 0;
+    };
+
+    // Product endpoint, on the task.
+    void HandleRequest(IPCRequest const& request);
+    void HandleQuery(IPCRequest const& request, VellmarkAdmin::ResourceInfo const& resource);
+    void HandleStorePresets(IPCRequest const& request);
+    void HandleServiceAccount(IPCRequest const& request);
+    void HandleGVA(IPCRequest const& request);
+    void HandleOneWay(std::shared_ptr<IPCServerSession> const& session, unsigned int id,
+                      IPCMessageEnvelope const& envelope);
+    // Fails `request` as planned; false when nothing was planned for it.
+    bool ApplyFault(IPCRequest const& request);
+    // Fails `request` with `error`, on the error path of its identifier.
+    void Fail(IPCRequest const& request, VellmarkPB::Error const& error);
+
+    // Answers, after the delay asked for its identifier.
+    void Answer(IPCRequest const& request, google::protobuf::Message const& reply);
+    // Sends `message` to the requester alone under `id`, after the same delay.
+    void NotifyRequester(IPCRequest const& request, unsigned int id,
+                         google::protobuf::Message const& message);
+    // Pushes the update of every changed resource to every connection.
+    void Broadcast(Changes const& changed);
+
+    // Admin endpoint, on the task.
+    VellmarkAdmin::Reply HandleAdmin(IPCRequest const& request);
+    VellmarkAdmin::Reply Put(VellmarkAdmin::Put const& put);
+    VellmarkAdmin::Reply Get(VellmarkAdmin::Get const& get, bool pretty);
+    VellmarkAdmin::Reply FailNext(VellmarkAdmin::FailNext const& failNext);
+    VellmarkAdmin::Reply Seed(VellmarkAdmin::Seed const& seed);
+    VellmarkAdmin::ClientList Clients() const;
+    std::size_t DropConnections();
+
+    void Post(std::function<void()> work);
+
+    Store m_store;
+    Catalog m_catalog;
+    Faults m_faults;
+    Acknowledgements m_acknowledgements;
+    std::map<std::uint64_t, Client> m_clients;
+    TrafficMonitor m_monitor;
+    IL::Task m_task;
+    std::unique_ptr<IPCServer> m_server;
+    std::unique_ptr<IPCServer> m_admin;
+    // Last: destroyed first, so that no delayed answer runs on a dismantled service.
+    std::unique_ptr<DelayedRunner> m_delayed;
+};

@@ -1,0 +1,43 @@
+#pragma once
+// What vellmarkd and its tools agree on: the endpoints, the admin identifiers and the
+// table of resources the service keeps.
+#include <google/protobuf/descriptor.h>
+
+#include <string>
+#include <vector>
+
+namespace VellmarkAdmin {
+
+// The product's endpoint and the admin endpoint, in the IPC directory.
+inline constexpr char kServiceEndpoint[] = "Vellmark";
+inline constexpr char kAdminEndpoint[] = "VellmarkAdmin";
+// A Request and its Reply travel under kCommandId; TrafficEvents are pushed under
+// kTrafficId.
+inline constexpr unsigned int kCommandId = 1;
+inline constexpr unsigned int kTrafficId = 2;
+
+// One resource: its name on the command line, its field in StoreDocument, the message
+// that holds it, and the identifiers of its query and of its update notification (0 when
+// it has none).
+struct ResourceInfo {
+    char const* name;
+    char const* documentField;
+    google::protobuf::Descriptor const* type;
+    unsigned int queryId;
+    unsigned int updateId;
+};
+
+// sources, voice-accounts, msp-host-accounts, product-settings, persons, groups, presets,
+// association.
+std::vector<ResourceInfo> const& Resources();
+// The resource named `name`, or null.
+ResourceInfo const* FindResource(std::string const& name);
+// The resource whose query or update travels under `id`, or null.
+ResourceInfo const* ResourceOfQuery(unsigned int id);
+// "sources, voice-accounts, ...": for help texts and errors.
+std::string ResourceNames(bool withQueryOnly);
+
+// The name the MessageId enum gives `id`, or "" for a value without one.
+std::string MessageName(unsigned int id);
+
+}  // namespace VellmarkAdmin

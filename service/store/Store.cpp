@@ -1,0 +1,235 @@
+#include "Store.h"
+
+#include <string_view>
+
+namespace {
+
+// Marks a file as a store of ours ("VMK1"), so that another SQLite file is refused.
+constexpr int kApplicationId = 0x564D4B31;
+// The schema version this build writes; a newer one is refused.
+constexpr int kSchemaVersion = 1;
+
+char const kSchema[] =
+    "CREATE TABLE resources(name TEXT PRIMARY KEY, payload BLOB NOT NULL);"
+    "CREATE TABLE accounts(account_id TEXT PRIMARY KEY, position INTEGER NOT NULL,"
+    "                      payload BLOB NOT NULL);"
+    "CREATE TABLE counters(name TEXT PRIMARY KEY, value INTEGER NOT NULL);";
+
+}  // namespace
+
+// One prepared statement, finalized when it goes out of scope.
+class Store::Statement {
+public:
+    Statement(Store const& store, char const* sql) : m_store(store) {
+        if (sqlite3_prepare_v2(store.m_db, sql, -1, &m_statement, nullptr) != SQLITE_OK) {
+            store.Fail("cannot prepare a statement");
+        }
+    }
+    ~Statement() { sqlite3_finalize(m_statement); }
+    Statement(Statement const&) = delete;
+    Statement& operator=(Statement const&) = delete;
+
+    Statement& Bind(int index, std::string_view text) {
+        Check(sqlite3_bind_text(m_statement, index, text.data(), static_cast<int>(text.size()),
+                                SQLITE_TRANSIENT));
+        return *this;
+    }
+    Statement& BindBlob(int index, std::string const& bytes) {
+        Check(sqlite3_bind_blob(m_statement, index, bytes.data(), static_cast<int>(bytes.size()),
+                                SQLITE_TRANSIENT));
+        return *this;
+    }
+    // True while a row is there to read.
+    bool Step() {
+        int const result = sqlite3_step(m_statement);
+        if (result == SQLITE_ROW) return true;
+        if (result != SQLITE_DONE) m_store.Fail("cannot read or write");
+        return false;
+    }
+    std::string Blob(int column) const {
+        auto const* data = static_cast<char const*>(sqlite3_column_blob(m_statement, column));
+        return std::string(data ? data : "",
+                           static_cast<std::size_t>(sqlite3_column_bytes(m_statement, column)));
+    }
+    std::string Text(int column) const {
+        auto const* text = sqlite3_column_text(m_statement, column);
+        return text ? reinterpret_cast<char const*>(text) : "";
+    }
+    std::int64_t Integer(int column) const { return sqlite3_column_int64(m_statement, column); }
+
+private:
+    void Check(int result) const {
+        if (result != SQLITE_OK) m_store.Fail("cannot bind a value");
+    }
+
+    Store const& m_store;
+    sqlite3_stmt* m_statement = nullptr;
+};
+
+Store::Store(std::string path) : m_path(std::move(path)) {
+    int const opened =
+        sqlite3_open_v2(m_path.c_str(), &m_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    if (opened != SQLITE_OK) {
+        std::string const cause = m_db ? sqlite3_errmsg(m_db) : sqlite3_errstr(opened);
+        sqlite3_close(m_db);
+        m_db = nullptr;
+        throw StoreError("cannot open the store " + m_path + ": " + cause);
+    }
+    try {
+        sqlite3_extended_result_codes(m_db, 1);
+        sqlite3_busy_timeout(m_db, 1000);
+        // One process owns the store: a second vellmarkd on the same file is refused
+        // instead of sharing it. Exclusive locking also spares WAL its shared-memory file.
+        Execute("PRAGMA locking_mode=EXCLUSIVE");
+        // The first read of the header: a file that is not a database fails here.
+        int const id = static_cast<int>(Number("PRAGMA application_id"));
+        int const schemaVersion = static_cast<int>(Number("PRAGMA user_version"));
+        bool const empty = Number("SELECT count(*) FROM sqlite_master") == 0;
+
+        if (!empty && id != kApplicationId) Fail("not a vellmarkd store");
+        if (schemaVersion > kSchemaVersion) {
+            Fail("written by a newer vellmarkd (store version " + std::to_string(schemaVersion) +
+                 ")");
+        }
+        {
+            Statement journal(*this, "PRAGMA journal_mode=WAL");
+            if (!journal.Step() || journal.Text(0) != "wal") Fail("cannot switch to WAL mode");
+        }
+        // Every commit reaches the disk before it returns.
+        Execute("PRAGMA synchronous=FULL");
+        if (!empty) {
+            // Damage anywhere in the file shows here rather than in the middle of a request.
+            Statement check(*this, "PRAGMA quick_check");
+            check.Step();
+            std::string const verdict = check.Text(0);
+            if (verdict != "ok") Fail("damaged (" + verdict + ")");
+        }
+        // Takes the exclusive lock now, so that a store in use is refused at start.
+        Transaction transaction(*this);
+        if (empty) {
+            Execute(kSchema);
+            Execute(("PRAGMA application_id=" + std::to_string(kApplicationId)).c_str());
+            Execute(("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str());
+        }
+        transaction.Commit();
+    } catch (...) {
+        sqlite3_close(m_db);
+        m_db = nullptr;
+        throw;
+    }
+}
+
+Store::~Store() {
+    sqlite3_close(m_db);
+}
+
+void Store::Execute(char const* sql) {
+    char* error = nullptr;
+    if (sqlite3_exec(m_db, sql, nullptr, nullptr, &error) != SQLITE_OK) {
+        std::string const cause = error ? error : sqlite3_errmsg(m_db);
+        sqlite3_free(error);
+        throw StoreError("store " + m_path + ": " + cause);
+    }
+}
+
+std::int64_t Store::Number(char const* sql) const {
+    Statement statement(*this, sql);
+    if (!statement.Step()) Fail(std::string("no result from ") + sql);
+    return statement.Integer(0);
+}
+
+void Store::Fail(std::string const& what) const {
+    std::string message = "store " + m_path + ": " + what;
+    int const code = sqlite3_errcode(m_db);
+    if (code != SQLITE_OK && code != SQLITE_ROW && code != SQLITE_DONE) {
+        message += std::string(" (") + sqlite3_errmsg(m_db) + ")";
+    }
+    throw StoreError(message);
+}
+
+std::optional<std::string> Store::Resource(std::string const& name) const {
+    Statement select(*this, "SELECT payload FROM resources WHERE name = ?");
+    select.Bind(1, name);
+    if (!select.Step()) return std::nullopt;
+    return select.Blob(0);
+}
+
+void Store::PutResource(std::string const& name, std::string const& bytes) {
+    Statement upsert(*this,
+                     "INSERT INTO resources(name, payload) VALUES(?, ?)"
+                     " ON CONFLICT(name) DO UPDATE SET payload = excluded.payload");
+    upsert.Bind(1, name).BindBlob(2, bytes);
+    upsert.Step();
+}
+
+std::vector<VellmarkPB::serviceAccounts> Store::Accounts() const {
+    std::vector<VellmarkPB::serviceAccounts> accounts;
+    Statement select(*this, "SELECT account_id, payload FROM accounts ORDER BY position");
+    while (select.Step()) {
+        accounts.emplace_back();
+        if (!accounts.back().ParseFromString(select.Blob(1))) {
+            Fail("damaged account " + select.Text(0));
+        }
+    }
+    return accounts;
+}
+
+std::optional<VellmarkPB::serviceAccounts> Store::Account(std::string const& accountID) const {
+    Statement select(*this, "SELECT payload FROM accounts WHERE account_id = ?");
+    select.Bind(1, accountID);
+    if (!select.Step()) return std::nullopt;
+    VellmarkPB::serviceAccounts account;
+    if (!account.ParseFromString(select.Blob(0))) Fail("damaged account " + accountID);
+    return account;
+}
+
+void Store::PutAccount(VellmarkPB::serviceAccounts const& account) {
+    Statement upsert(*this,
+                     "INSERT INTO accounts(account_id, position, payload)"
+                     " VALUES(?, (SELECT coalesce(max(position), 0) + 1 FROM accounts), ?)"
+                     " ON CONFLICT(account_id) DO UPDATE SET payload = excluded.payload");
+    upsert.Bind(1, account.accountid()).BindBlob(2, account.SerializeAsString());
+    upsert.Step();
+}
+
+bool Store::DeleteAccount(std::string const& accountID) {
+    Statement remove(*this, "DELETE FROM accounts WHERE account_id = ?");
+    remove.Bind(1, accountID);
+    remove.Step();
+    return sqlite3_changes(m_db) > 0;
+}
+
+void Store::DeleteAllAccounts() {
+    Execute("DELETE FROM accounts");
+}
+
+std::uint64_t Store::NextNumber(std::string const& name) {
+    Statement upsert(*this,
+                     "INSERT INTO counters(name, value) VALUES(?, 1)"
+                     " ON CONFLICT(name) DO UPDATE SET value = value + 1 RETURNING value");
+    upsert.Bind(1, name);
+    upsert.Step();
+    auto const value = static_cast<std::uint64_t>(upsert.Integer(0));
+    while (upsert.Step()) {
+    }
+    return value;
+}
+
+Store::Transaction::Transaction(Store& store) : m_store(store) {
+    m_store.Execute("BEGIN IMMEDIATE");
+}
+
+Store::Transaction::~Transaction() {
+    if (!m_done) sqlite3_exec(m_store.m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+void Store::Transaction::Commit() {
+    try {
+        m_store.Execute("COMMIT");
+    } catch (...) {
+        sqlite3_exec(m_store.m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+        m_done = true;
+        throw;
+    }
+    m_done = true;
+}

@@ -1,0 +1,81 @@
+#pragma once
+// Store: the service's data in one SQLite file.
+//
+// Resources (sources, presets, ...) are kept whole, as their serialized messages, under
+// their names; service accounts one row each, in the order they were created. The file is
+// in WAL mode with full synchronisation: once a Transaction's Commit() has returned, what
+// it wrote survives a crash of the process or of the machine.
+//
+// Opening refuses, with a StoreError naming the file and the cause, a file that is not a
+// store of ours, one that is damaged, and one written by a newer version; it never
+// replaces what it cannot read. A new file is made when none exists.
+//
+// Not thread-safe: one thread uses a Store (vellmarkd: its own task).
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "VellmarkServiceAccounts.pb.h"
+
+class StoreError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+class Store {
+public:
+    // Opens or creates the store at `path`. Throws StoreError.
+    explicit Store(std::string path);
+    ~Store();
+    Store(Store const&) = delete;
+    Store& operator=(Store const&) = delete;
+
+    std::string const& Path() const { return m_path; }
+
+    // The serialized message stored under `name`, or nothing when none was ever stored.
+    std::optional<std::string> Resource(std::string const& name) const;
+    void PutResource(std::string const& name, std::string const& bytes);
+
+    // Every service account, oldest first.
+    std::vector<VellmarkPB::serviceAccounts> Accounts() const;
+    std::optional<VellmarkPB::serviceAccounts> Account(std::string const& accountID) const;
+    // Adds the account, or replaces the one with its accountID keeping its place.
+    void PutAccount(VellmarkPB::serviceAccounts const& account);
+    // False when there was no such account.
+    bool DeleteAccount(std::string const& accountID);
+    void DeleteAllAccounts();
+
+    // The next value of the counter `name`, from 1; never repeats, also across restarts.
+    std::uint64_t NextNumber(std::string const& name);
+
+    // Groups writes into one atomic, durable step. Without Commit(), everything written
+    // since it began is rolled back when it ends. Transactions do not nest.
+    class Transaction {
+    public:
+        explicit Transaction(Store& store);
+        ~Transaction();
+        Transaction(Transaction const&) = delete;
+        Transaction& operator=(Transaction const&) = delete;
+        // Throws StoreError when the commit fails; the writes are then rolled back.
+        void Commit();
+
+    private:
+        Store& m_store;
+        bool m_done = false;
+    };
+
+private:
+    class Statement;
+    void Execute(char const* sql);
+    // The first column of the first row of `sql`.
+    std::int64_t Number(char const* sql) const;
+    [[noreturn]] void Fail(std::string const& what) const;
+
+    std::string const m_path;
+    sqlite3* m_db = nullptr;
+};

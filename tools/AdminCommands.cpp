@@ -1,0 +1,241 @@
+// The commands that play the cloud, through vellmarkd's admin endpoint.
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include "AdminClient.h"
+#include "AdminProtocol.h"
+#include "Commands.h"
+#include "Json.h"
+
+namespace Ctl {
+namespace {
+
+char const kServiceAccounts[] = "service-accounts";
+
+std::vector<std::string> AdminResources() {
+    std::vector<std::string> names;
+    for (auto const& resource : VellmarkAdmin::Resources()) names.push_back(resource.name);
+    names.push_back(kServiceAccounts);
+    return names;
+}
+
+// Sends one admin request and prints what it returns. `request` is filled on the main
+// thread after the command line has been read; bad input throws BadInput before sending.
+int AdminCall(Settings const& settings, VellmarkAdmin::Request request) {
+    request.set_pretty(settings.pretty);
+    try {
+        AdminClient admin(settings.Timeout());
+        std::string const json = admin.Command(request);
+        if (!json.empty()) PrintText(json);
+        return kOk;
+    } catch (AdminError const& error) {
+        std::cerr << "vellmarkctl: " << error.what() << "\n";
+        std::string const what = error.what();
+        return what.rfind("vellmarkd refused", 0) == 0 ? kRefused : kNoAnswer;
+    }
+}
+
+// The message a resource's JSON must make, to check a file before it is sent.
+std::unique_ptr<google::protobuf::Message> MessageOf(std::string const& resource) {
+    if (resource == kServiceAccounts) return std::make_unique<VellmarkAdmin::ServiceAccountList>();
+    auto const* info = VellmarkAdmin::FindResource(resource);
+    return std::unique_ptr<google::protobuf::Message>(
+        google::protobuf::MessageFactory::generated_factory()->GetPrototype(info->type)->New());
+}
+
+void PrintEvent(VellmarkAdmin::TrafficEvent const& event) {
+    std::ostringstream line;
+    line << event.time() << ' ' << (event.direction() == "in" ? "<-" : "->") << " #"
+         << event.session() << ' ' << event.kind() << ' ' << event.messageid() << ' '
+         << event.messagename() << ' ' << event.payloadtype() << ' ' << event.payloadjson() << '\n';
+    std::cout << line.str() << std::flush;
+}
+
+int Monitor(Settings const& settings, int count) {
+    constexpr int kClosed = 100;
+    try {
+        AdminClient admin(settings.Timeout());
+        Outcome outcome;
+        auto seen = std::make_shared<std::atomic<int>>(0);
+        admin.Monitor([&outcome, seen, count](VellmarkAdmin::TrafficEvent const& event) {
+            PrintEvent(event);
+            if (++*seen == count) outcome.Finish(kOk);
+        });
+        std::cerr << "vellmarkctl: watching the traffic of the Vellmark endpoint" << std::endl;
+        // Ends with the count, or when the service goes away; Ctrl-C ends it otherwise.
+        std::thread watcher([&] {
+            admin.WaitClosed(std::chrono::milliseconds(0));
+            outcome.Finish(kClosed);
+        });
+        int const code = outcome.Wait(std::chrono::milliseconds(0));
+        admin.Close();
+        watcher.join();
+        if (code != kClosed) return code;
+        std::cerr << "vellmarkctl: vellmarkd closed the connection\n";
+        return kOk;
+    } catch (AdminError const& error) {
+        std::cerr << "vellmarkctl: " << error.what() << "\n";
+        return kNoAnswer;
+    }
+}
+
+}  // namespace
+
+void AddAdminCommands(CLI::App& app, Settings const& settings, Run& run) {
+    auto* admin = app.add_subcommand(
+        "admin", "play the cloud: change what vellmarkd keeps, make it fail, see what it saw");
+    admin->require_subcommand(1);
+    auto const resources = AdminResources();
+
+    auto* put = admin->add_subcommand(
+        "put",
+        "replace a resource with a JSON file (- for stdin); connected clients get its update");
+    auto putArgs = std::make_shared<std::pair<std::string, std::string>>();
+    put->add_option("resource", putArgs->first, "what to replace")
+        ->required()
+        ->check(CLI::IsMember(resources));
+    put->add_option("file", putArgs->second, "its new content")->required();
+    put->callback([&settings, &run, putArgs] {
+        run = [&settings, putArgs] {
+            auto message = MessageOf(putArgs->first);
+            LoadJson(putArgs->second, *message);
+            VellmarkAdmin::Request request;
+            request.mutable_put()->set_resource(putArgs->first);
+            request.mutable_put()->set_json(VellmarkJson::Print(*message, false));
+            return AdminCall(settings, request);
+        };
+    });
+
+    auto* get = admin->add_subcommand("get", "print a resource as the service keeps it");
+    auto getResource = std::make_shared<std::string>();
+    get->add_option("resource", *getResource, "what to print")
+        ->required()
+        ->check(CLI::IsMember(resources));
+    get->callback([&settings, &run, getResource] {
+        run = [&settings, getResource] {
+            VellmarkAdmin::Request request;
+            request.mutable_get()->set_resource(*getResource);
+            return AdminCall(settings, request);
+        };
+    });
+
+    auto* clients = admin->add_subcommand("clients", "list the connected clients");
+    clients->callback([&settings, &run] {
+        run = [&settings] {
+            VellmarkAdmin::Request request;
+            request.set_listclients(true);
+            return AdminCall(settings, request);
+        };
+    });
+
+    auto* acks = admin->add_subcommand(
+        "acks", "the update acknowledgements received, counted per identifier, and the latest");
+    acks->callback([&settings, &run] {
+        run = [&settings] {
+            VellmarkAdmin::Request request;
+            request.set_listacknowledgements(true);
+            return AdminCall(settings, request);
+        };
+    });
+
+    auto* failNext = admin->add_subcommand(
+        "fail-next", "make the next requests under an identifier fail, or go unanswered");
+    struct FailArgs {
+        std::string id;
+        unsigned int count = 1;
+        std::string error;
+        bool noAnswer = false;
+    };
+    auto failArgs = std::make_shared<FailArgs>();
+    failNext->add_option("id", failArgs->id, "the identifier: a number or a MessageId name")
+        ->required();
+    failNext->add_option("--count", failArgs->count, "how many requests (0: cancel)")
+        ->capture_default_str();
+    auto* errorOption = failNext->add_option(
+        "--error", failArgs->error,
+        "the Error to answer, as JSON, e.g. '{\"code\":6,\"subcode\":1009,\"message\":\"...\"}'");
+    auto* noAnswerOption = failNext->add_flag("--no-answer", failArgs->noAnswer, "answer nothing");
+    errorOption->excludes(noAnswerOption);
+    failNext->callback([&settings, &run, failArgs] {
+        run = [&settings, failArgs] {
+            if (failArgs->error.empty() && !failArgs->noAnswer && failArgs->count > 0) {
+                throw BadInput("fail-next needs --error JSON or --no-answer");
+            }
+            VellmarkAdmin::Request request;
+            auto* plan = request.mutable_failnext();
+            plan->set_messageid(ParseMessageId(failArgs->id));
+            plan->set_count(failArgs->count);
+            if (!failArgs->error.empty()) {
+                std::string const problem =
+                    VellmarkJson::Parse(failArgs->error, *plan->mutable_error());
+                if (!problem.empty()) throw BadInput("--error: not an Error document: " + problem);
+            }
+            return AdminCall(settings, request);
+        };
+    });
+
+    auto* delay = admin->add_subcommand("delay", "hold replies back (0 ms: stop delaying)");
+    auto delayArgs = std::make_shared<std::pair<unsigned int, std::string>>();
+    delay->add_option("milliseconds", delayArgs->first, "how long")->required();
+    delay->add_option("--id", delayArgs->second, "only replies under this identifier");
+    delay->callback([&settings, &run, delayArgs] {
+        run = [&settings, delayArgs] {
+            VellmarkAdmin::Request request;
+            request.mutable_delay()->set_milliseconds(delayArgs->first);
+            if (!delayArgs->second.empty()) {
+                request.mutable_delay()->set_messageid(ParseMessageId(delayArgs->second));
+            }
+            return AdminCall(settings, request);
+        };
+    });
+
+    auto* drop = admin->add_subcommand("drop-connections",
+                                       "close every client connection (clients reconnect)");
+    drop->callback([&settings, &run] {
+        run = [&settings] {
+            VellmarkAdmin::Request request;
+            request.set_dropconnections(true);
+            return AdminCall(settings, request);
+        };
+    });
+
+    auto* exportStore =
+        admin->add_subcommand("export", "print the whole store as one JSON document");
+    exportStore->callback([&settings, &run] {
+        run = [&settings] {
+            VellmarkAdmin::Request request;
+            request.set_exportstore(true);
+            return AdminCall(settings, request);
+        };
+    });
+
+    auto* seed = admin->add_subcommand(
+        "seed", "replace the whole store with a JSON document (as export prints it)");
+    auto seedFile = std::make_shared<std::string>();
+    seed->add_option("file", *seedFile, "the document (- for stdin)")->required();
+    seed->callback([&settings, &run, seedFile] {
+        run = [&settings, seedFile] {
+            VellmarkAdmin::StoreDocument document;
+            LoadJson(*seedFile, document);
+            VellmarkAdmin::Request request;
+            request.mutable_seed()->set_json(VellmarkJson::Print(document, false));
+            return AdminCall(settings, request);
+        };
+    });
+
+    auto* monitor = app.add_subcommand(
+        "monitor",
+        "print every frame vellmarkd receives (<-) or sends (->) on the Vellmark endpoint: "
+        "time, connection, kind, identifier, payload type and payload (identifiers and tokens "
+        "masked)");
+    auto monitorCount = std::make_shared<int>(0);
+    monitor->add_option("--count", *monitorCount, "stop after this many frames");
+    monitor->callback([&settings, &run, monitorCount] {
+        run = [&settings, monitorCount] { return Monitor(settings, *monitorCount); };
+    });
+}
+
+}  // namespace Ctl

@@ -1,0 +1,280 @@
+// The commands that use the service as a product process does: through libVellmarkClient.
+#include <iostream>
+#include <map>
+#include <memory>
+
+#include "AdminProtocol.h"
+#include "BreakThread.h"
+#include "Commands.h"
+#include "IPCDirectory.h"
+#include "Json.h"
+#include "Task.h"
+#include "VellmarkClientAPI.h"
+
+namespace Ctl {
+namespace {
+
+using Printer = std::function<void(google::protobuf::Message const&)>;
+using Starter = std::function<void(VellmarkClientAPI&, Printer const&)>;
+
+std::map<std::string, Starter> const& Queries() {
+    static std::map<std::string, Starter> const queries = {
+        {"sources", [](VellmarkClientAPI& c, Printer const& p) { c.GetSources(p); }},
+        {"voice-accounts", [](VellmarkClientAPI& c, Printer const& p) { c.GetVoiceAccounts(p); }},
+        {"msp-host-accounts",
+         [](VellmarkClientAPI& c, Printer const& p) { c.GetMspHostAccounts(p); }},
+        {"product-settings",
+         [](VellmarkClientAPI& c, Printer const& p) { c.GetProductSettings(p); }},
+        {"persons", [](VellmarkClientAPI& c, Printer const& p) { c.GetPersonsInfo(p); }},
+        {"groups", [](VellmarkClientAPI& c, Printer const& p) { c.GetGroups(p); }},
+        {"presets", [](VellmarkClientAPI& c, Printer const& p) { c.GetPresets(p); }},
+    };
+    return queries;
+}
+
+std::map<std::string, Starter> const& Subscriptions() {
+    static std::map<std::string, Starter> const subscriptions = {
+        {"sources",
+         [](VellmarkClientAPI& c, Printer const& p) { c.SubscribeSourcesRequest("", p); }},
+        {"voice-accounts",
+         [](VellmarkClientAPI& c, Printer const& p) { c.SubscribeVoiceAccountsRequest(p); }},
+        {"msp-host-accounts",
+         [](VellmarkClientAPI& c, Printer const& p) { c.SubscribeMspHostAccountsRequest(p); }},
+        {"product-settings",
+         [](VellmarkClientAPI& c, Printer const& p) { c.SubscribeProductSettingsRequest("", p); }},
+        {"persons",
+         [](VellmarkClientAPI& c, Printer const& p) { c.SubscribePersonsInfoRequest("", p); }},
+        {"groups", [](VellmarkClientAPI& c, Printer const& p) { c.SubscribeGroupsRequest(p); }},
+        {"presets",
+         [](VellmarkClientAPI& c, Printer const& p) { c.SubscribePresetsRequest("", p); }},
+        {"association", [](VellmarkClientAPI& c,
+                           Printer const& p) { c.SubscribeIsAssociatedWithAccountRequest(p); }},
+    };
+    return subscriptions;
+}
+
+std::vector<std::string> Names(std::map<std::string, Starter> const& table) {
+    std::vector<std::string> names;
+    for (auto const& entry : table) names.push_back(entry.first);
+    return names;
+}
+
+// Runs one client command: `start` makes the calls, its callbacks finish `outcome`.
+// When nothing finished it within `bound`, `onTimeout` gives the exit code.
+int WithClient(std::chrono::milliseconds bound,
+               std::function<void(VellmarkClientAPI&, IL::Task&, Outcome&)> const& start,
+               std::function<int()> const& onTimeout) {
+    IL::Task task("vellmarkctl");
+    Outcome outcome;
+    int code = -1;
+    {
+        VellmarkClientAPI client(&task);
+        start(client, task, outcome);
+        code = outcome.Wait(bound);
+    }
+    task.Stop();
+    return code >= 0 ? code : onTimeout();
+}
+
+int NoAnswer(Settings const& settings) {
+    std::cerr << "vellmarkctl: no answer from the Vellmark service within "
+              << settings.timeoutSeconds << " s (socket "
+              << IPCDirectory::Get().Lookup(VellmarkAdmin::kServiceEndpoint)->Path()
+              << "; is vellmarkd running?)\n";
+    return kNoAnswer;
+}
+
+// Prints a reply and ends the command.
+template <class T>
+Callback<T> Done(Outcome& outcome, Settings const& settings) {
+    return [&outcome, pretty = settings.pretty](T const& reply) {
+        PrintJson(reply, pretty);
+        outcome.Finish(kOk);
+    };
+}
+
+// Prints a refusal on standard error and ends the command.
+Callback<VellmarkPB::Error> Refused(Outcome& outcome) {
+    return [&outcome](VellmarkPB::Error const& error) {
+        std::cerr << "vellmarkctl: refused: " << error.message() << "\n"
+                  << VellmarkJson::Print(error, false) << std::endl;
+        outcome.Finish(kRefused);
+    };
+}
+
+// Runs a command whose one answer (or refusal) ends it.
+int Ask(Settings const& settings, std::function<void(VellmarkClientAPI&, Outcome&)> const& start) {
+    return WithClient(
+        settings.Timeout(),
+        [&](VellmarkClientAPI& client, IL::Task&, Outcome& outcome) { start(client, outcome); },
+        [&] { return NoAnswer(settings); });
+}
+
+struct SubscribeOptions {
+    std::string resource;
+    int count = 0;
+};
+
+int Subscribe(Settings const& settings, SubscribeOptions const& options) {
+    auto received = std::make_shared<std::atomic<int>>(0);
+    Starter const& subscribe = Subscriptions().at(options.resource);
+    return WithClient(
+        settings.Timeout(),
+        [&](VellmarkClientAPI& client, IL::Task& task, Outcome& outcome) {
+            Printer printer = [&outcome, received, options,
+                               pretty = settings.pretty](google::protobuf::Message const& update) {
+                PrintJson(update, pretty);
+                if (++*received == options.count) outcome.Finish(kOk);
+            };
+            // A subscription made before the connection exists is not attached for every
+            // resource, so the first answer of a query shows the connection is up first.
+            client.GetProductSettings(
+                [&client, &task, printer, subscribe,
+                 resource = options.resource](VellmarkPB::ProductSettings const&) {
+                    subscribe(client, printer);
+                    // Runs after the subscription's own step on the task: it is in place now.
+                    IL::BreakThread(
+                        [resource] {
+                            std::cerr << "vellmarkctl: subscribed to " << resource << std::endl;
+                        },
+                        &task);
+                });
+        },
+        [&] {
+            // Without a count, the time given is how long to watch.
+            if (options.count == 0) return kOk;
+            std::cerr << "vellmarkctl: " << *received << " of " << options.count
+                      << " updates within " << settings.timeoutSeconds << " s\n";
+            return kNoAnswer;
+        });
+}
+
+}  // namespace
+
+void AddClientCommands(CLI::App& app, Settings const& settings, Run& run) {
+    auto* get = app.add_subcommand("get", "ask the service once for a resource; prints it");
+    auto resource = std::make_shared<std::string>();
+    get->add_option("resource", *resource, "what to get")
+        ->required()
+        ->check(CLI::IsMember(Names(Queries())));
+    get->callback([&settings, &run, resource] {
+        run = [&settings, resource] {
+            return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+                Queries().at (*resource)(client, [&outcome, &settings](auto const& reply) {
+                    PrintJson(reply, settings.pretty);
+                    outcome.Finish(kOk);
+                });
+            });
+        };
+    });
+
+    auto* subscribe = app.add_subcommand(
+        "subscribe",
+        "print every update of a resource, one JSON document each; ends after --count "
+        "updates, or after --timeout when no count is given (0: never)");
+    auto subscribeOptions = std::make_shared<SubscribeOptions>();
+    subscribe->add_option("resource", subscribeOptions->resource, "what to follow")
+        ->required()
+        ->check(CLI::IsMember(Names(Subscriptions())));
+    subscribe->add_option("--count", subscribeOptions->count, "stop after this many updates")
+        ->check(CLI::PositiveNumber);
+    subscribe->callback([&settings, &run, subscribeOptions] {
+        run = [&settings, subscribeOptions] { return Subscribe(settings, *subscribeOptions); };
+    });
+
+    auto* store = app.add_subcommand("store-presets",
+                                     "store presets (a VellmarkPresets JSON file, - for stdin); "
+                                     "prints the stored list");
+    auto file = std::make_shared<std::string>();
+    store->add_option("file", *file, "the presets")->required();
+    store->callback([&settings, &run, file] {
+        run = [&settings, file] {
+            VellmarkPB::VellmarkPresets presets;
+            LoadJson(*file, presets);
+            return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+                client.StorePresets(presets, Done<VellmarkPB::VellmarkPresets>(outcome, settings));
+            });
+        };
+    });
+
+    auto* account = app.add_subcommand("account", "service accounts");
+    account->require_subcommand(1);
+    for (bool const create : {true, false}) {
+        auto* command = account->add_subcommand(
+            create ? "create" : "update",
+            std::string(create ? "create" : "update") +
+                " a service account from a serviceAccounts JSON file (- for stdin)");
+        auto path = std::make_shared<std::string>();
+        command->add_option("file", *path, "the account")->required();
+        command->callback([&settings, &run, path, create] {
+            run = [&settings, path, create] {
+                VellmarkPB::serviceAccounts data;
+                LoadJson(*path, data);
+                return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+                    auto done = Done<VellmarkPB::serviceAccounts>(outcome, settings);
+                    if (create) {
+                        client.CreateServiceAccount(data, done, Refused(outcome));
+                    } else {
+                        client.UpdateServiceAccount(data, done, Refused(outcome));
+                    }
+                });
+            };
+        });
+    }
+    auto* remove = account->add_subcommand("delete", "delete a service account");
+    auto accountId = std::make_shared<std::string>();
+    remove->add_option("id", *accountId, "its accountID")->required();
+    remove->callback([&settings, &run, accountId] {
+        run = [&settings, accountId] {
+            return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+                client.DeleteServiceAccount(
+                    *accountId, Done<VellmarkPB::VellmarkDeleteSrvcAccount>(outcome, settings),
+                    Refused(outcome));
+            });
+        };
+    });
+
+    auto* gva = app.add_subcommand("gva", "voice-assistant (GVA) accounts");
+    gva->require_subcommand(1);
+    auto* gvaCreate = gva->add_subcommand("create", "create a person's GVA account");
+    auto gvaArgs = std::make_shared<std::array<std::string, 3>>();
+    gvaCreate->add_option("person", (*gvaArgs)[0], "tarvPersonID")->required();
+    gvaCreate->add_option("provider-account", (*gvaArgs)[1], "providerAccountID")->required();
+    gvaCreate->add_option("device", (*gvaArgs)[2], "assistantDeviceId")->required();
+    gvaCreate->callback([&settings, &run, gvaArgs] {
+        run = [&settings, gvaArgs] {
+            return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+                client.CreateGVAAccount((*gvaArgs)[0], (*gvaArgs)[1], (*gvaArgs)[2],
+                                        Done<VellmarkPB::serviceAccounts>(outcome, settings),
+                                        Refused(outcome));
+            });
+        };
+    });
+    auto* gvaDelete = gva->add_subcommand("delete", "delete a GVA account");
+    auto gvaId = std::make_shared<std::string>();
+    gvaDelete->add_option("id", *gvaId, "its accountID")->required();
+    gvaDelete->callback([&settings, &run, gvaId] {
+        run = [&settings, gvaId] {
+            return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+                client.DeleteGVAAccount(*gvaId,
+                                        Done<VellmarkPB::VellmarkDeleteGVA>(outcome, settings),
+                                        Refused(outcome));
+            });
+        };
+    });
+    auto* gvaUpdate =
+        gva->add_subcommand("update-device-id", "give the GVA accounts a new assistant device id");
+    auto deviceId = std::make_shared<std::string>();
+    gvaUpdate->add_option("id", *deviceId, "the assistantDeviceId")->required();
+    gvaUpdate->callback([&settings, &run, deviceId] {
+        run = [&settings, deviceId] {
+            return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+                client.UpdateGVAAssistantDeviceId(
+                    *deviceId, Done<VellmarkPB::serviceAccounts>(outcome, settings),
+                    Refused(outcome));
+            });
+        };
+    });
+}
+
+}  // namespace Ctl

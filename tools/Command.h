@@ -1,0 +1,71 @@
+#pragma once
+// What every vellmarkctl command shares: the settings of the command line, the exit
+// codes, and how results are printed and inputs read.
+#include <google/protobuf/message.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+
+namespace Ctl {
+
+// Exit codes of vellmarkctl.
+enum Exit : int {
+    kOk = 0,
+    kRefused = 1,   // the service (or the library) refused; the Error is on stderr
+    kBadInput = 2,  // bad arguments or input file; nothing was sent
+    kNoAnswer = 3,  // no answer within --timeout, or the connection ended
+};
+
+struct Settings {
+    double timeoutSeconds = 5;
+    bool pretty = false;
+    std::chrono::milliseconds Timeout() const {
+        return std::chrono::milliseconds(static_cast<long long>(timeoutSeconds * 1000));
+    }
+};
+
+// Input refused before anything is sent: the message names the file and the problem.
+class BadInput : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Writes `message` as one JSON document on standard output.
+void PrintJson(google::protobuf::Message const& message, bool pretty);
+// Writes `text` (already JSON) on standard output.
+void PrintText(std::string const& text);
+// Parses the JSON file `path` ("-": standard input) as `message`. Throws BadInput.
+void LoadJson(std::string const& path, google::protobuf::Message& message);
+// A message identifier given as a number or a MessageId name. Throws BadInput.
+unsigned int ParseMessageId(std::string const& text);
+
+// The end of a command that waits for callbacks: set once, from any thread.
+class Outcome {
+public:
+    void Finish(int code) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_code < 0) m_code = code;
+        m_finished.notify_all();
+    }
+    // The exit code, or -1 when nothing finished the command within `bound` (0: no bound).
+    int Wait(std::chrono::milliseconds bound) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        auto const done = [this] { return m_code >= 0; };
+        if (bound.count() == 0) {
+            m_finished.wait(lock, done);
+        } else {
+            m_finished.wait_for(lock, bound, done);
+        }
+        return m_code;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_finished;
+    int m_code = -1;
+};
+
+}  // namespace Ctl

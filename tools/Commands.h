@@ -1,0 +1,20 @@
+#pragma once
+// The subcommands of vellmarkctl. Each Add function registers its commands on `app`; the
+// command chosen on the command line sets `run` to what carries it out, which returns
+// the exit code.
+#include <CLI/CLI.hpp>
+
+#include <functional>
+
+#include "Command.h"
+
+namespace Ctl {
+
+using Run = std::function<int()>;
+
+// get, subscribe, store-presets, account, gva: through libVellmarkClient.
+void AddClientCommands(CLI::App& app, Settings const& settings, Run& run);
+// admin ..., monitor: through vellmarkd's admin endpoint.
+void AddAdminCommands(CLI::App& app, Settings const& settings, Run& run);
+
+}  // namespace Ctl

@@ -1,0 +1,61 @@
+// vellmarkctl: drives the Vellmark service from the command line, as a product process
+// would (through libVellmarkClient) and as the cloud would (through vellmarkd's admin
+// endpoint). Results are JSON documents on standard output, one per reply or update.
+#include <iostream>
+
+#include "Commands.h"
+#include "IPCDirectory.h"
+#include "Json.h"
+#include "VellmarkClientLog.h"
+#include "transport/IPCLog.h"
+
+int main(int argc, char** argv) {
+    VellmarkJson::QuietenKnownWarnings();
+    CLI::App app(
+        "vellmarkctl: drive the Vellmark service. Results are JSON on standard output.\n"
+        "Exit codes: 0 done, 1 refused (the Error is printed on standard error), 2 bad "
+        "arguments or input (nothing sent), 3 no answer within --timeout.",
+        "vellmarkctl");
+    Ctl::Settings settings;
+    int logLevel = -1;
+    std::string runtimeDir;
+    app.add_option("--timeout", settings.timeoutSeconds,
+                   "seconds to wait for the service's answer (0: no limit)")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    app.add_option("--log-level", logLevel,
+                   "show the library's own log lines up to this level (0-4) on standard error")
+        ->check(CLI::Range(0, 4));
+    app.add_option("--runtime-dir", runtimeDir,
+                   "folder of the sockets (default: $TARV_RUNTIME_DIR, else /run/tarv)");
+    app.add_flag("--pretty", settings.pretty, "indent the JSON output");
+    app.require_subcommand(1);
+    // The options above may also follow the command's name.
+    app.fallthrough();
+
+    Ctl::Run run;
+    Ctl::AddClientCommands(app, settings, run);
+    Ctl::AddAdminCommands(app, settings, run);
+
+    try {
+        app.parse(argc, argv);
+    } catch (CLI::CallForHelp const& help) {
+        return app.exit(help);
+    } catch (CLI::CallForAllHelp const& help) {
+        return app.exit(help);
+    } catch (CLI::ParseError const& error) {
+        app.exit(error);
+        return Ctl::kBadInput;
+    }
+    if (!runtimeDir.empty()) IPCDirectory::Get().SetRuntimeFolder(runtimeDir);
+    if (logLevel >= 0) {
+        VellmarkClientLog().SetThreshold(static_cast<DPrint::Level>(logLevel));
+        IPCLog().SetThreshold(static_cast<DPrint::Level>(logLevel));
+    }
+    try {
+        return run();
+    } catch (Ctl::BadInput const& error) {
+        std::cerr << "vellmarkctl: " << error.what() << "\n";
+        return Ctl::kBadInput;
+    }
+}

@@ -175,13 +175,17 @@ VellmarkPB::VellmarkAcctOpEnvelope Catalog::UpdateServiceAccount(
                               "no account " + account.accountid());
     }
     // Fields the update leaves out keep their stored values.
-    std::string const createdOn = stored->createdon();
+    VellmarkPB::serviceAccounts const before = *stored;
     stored->MergeFrom(account);
-    stored->set_createdon(createdOn);
+    stored->set_createdon(before.createdon());
     stored->set_updatedon(Timestamp());
 
     Store::Transaction transaction(m_store);
     m_store.PutAccount(*stored);
+    // A change of provider moves the account to the other list.
+    if (std::string(ListOf(before)) != ListOf(*stored)) {
+        MirrorAsSource(ListOf(before), before, true, changed);
+    }
     MirrorAsSource(ListOf(*stored), *stored, false, changed);
     transaction.Commit();
 
@@ -299,8 +303,8 @@ Outcome<VellmarkPB::serviceAccounts> Catalog::UpdateGVAAssistantDeviceId(
 VellmarkAdmin::StoreDocument Catalog::Export() {
     VellmarkAdmin::StoreDocument document;
     auto const* reflection = document.GetReflection();
+    // Every resource, stored or not, so that seeding from the export gives the same store.
     for (auto const& resource : VellmarkAdmin::Resources()) {
-        if (!m_store.Resource(resource.name)) continue;
         auto const* field = document.GetDescriptor()->FindFieldByName(resource.documentField);
         reflection->MutableMessage(&document, field)->CopyFrom(*Read(resource));
     }

@@ -57,7 +57,10 @@ void MaskSensitiveFields(google::protobuf::Message& message) {
             }
             MaskSensitiveFields(*inner);
         } else if (field->cpp_type() == Type::CPPTYPE_STRING && !field->is_repeated()) {
-            if (Named(field->name(), kIdentifiers)) {
+            // The service gives an account's source the account's identifier.
+            bool const sourceId =
+                field->name() == "id" && message.GetDescriptor()->name() == "source";
+            if (sourceId || Named(field->name(), kIdentifiers)) {
                 MaskString(message, field, false);
             } else if (Named(field->name(), kTokens)) {
                 MaskString(message, field, true);

@@ -1,0 +1,131 @@
+#pragma once
+// ChildProcess: a program started by a test, its standard output and error collected by
+// threads of their own, so that the test can wait for a line with a bound and the child
+// never blocks on a full pipe.
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+class ChildProcess {
+public:
+    // Starts `program` with `arguments`. The child inherits the environment.
+    ChildProcess(std::string const& program, std::vector<std::string> const& arguments) {
+        int out[2];
+        int err[2];
+        if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) return;
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+        std::vector<std::string> words{program};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        std::vector<char*> argv;
+        for (auto& word : words) argv.push_back(word.data());
+        argv.push_back(nullptr);
+        if (posix_spawn(&m_pid, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
+            m_pid = -1;
+        }
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(out[1]);
+        ::close(err[1]);
+        m_readers.emplace_back([this, fd = out[0]] { Drain(fd, m_stdout); });
+        m_readers.emplace_back([this, fd = err[0]] { Drain(fd, m_stderr); });
+    }
+
+    // Kills the child if it still runs.
+    ~ChildProcess() {
+        if (m_pid > 0 && !m_status) Signal(SIGKILL);
+        Wait(std::chrono::seconds(10));
+        for (auto& reader : m_readers) reader.join();
+    }
+
+    ChildProcess(ChildProcess const&) = delete;
+    ChildProcess& operator=(ChildProcess const&) = delete;
+
+    bool Started() const { return m_pid > 0; }
+    void Signal(int signal) {
+        if (m_pid > 0) ::kill(m_pid, signal);
+    }
+
+    // True once standard error holds `text`, false when the bound passed first.
+    bool WaitForError(std::string const& text, std::chrono::milliseconds bound) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_changed.wait_for(lock, bound,
+                                  [&] { return m_stderr.find(text) != std::string::npos; });
+    }
+
+    // The exit status (as waitpid reports it) once the child has ended and both its
+    // streams are closed; nothing when the bound passed first.
+    std::optional<int> Wait(std::chrono::milliseconds bound) {
+        if (m_pid <= 0) return std::nullopt;
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            if (!m_changed.wait_for(lock, bound, [this] { return m_closedStreams == 2; })) {
+                return m_status;
+            }
+        }
+        if (!m_status) {
+            // Both streams closed: the child has ended or closed them itself.
+            int status = 0;
+            auto const deadline = std::chrono::steady_clock::now() + bound;
+            while (::waitpid(m_pid, &status, WNOHANG) == 0) {
+                if (std::chrono::steady_clock::now() > deadline) return std::nullopt;
+                std::this_thread::yield();
+            }
+            m_status = status;
+        }
+        return m_status;
+    }
+    // The exit code once it ended normally, -1 otherwise.
+    int ExitCode(std::chrono::milliseconds bound = std::chrono::seconds(20)) {
+        auto const status = Wait(bound);
+        return status && WIFEXITED(*status) ? WEXITSTATUS(*status) : -1;
+    }
+
+    std::string Output() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_stdout;
+    }
+    std::string Errors() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_stderr;
+    }
+
+private:
+    void Drain(int fd, std::string& into) {
+        char buffer[4096];
+        for (;;) {
+            ssize_t const n = ::read(fd, buffer, sizeof buffer);
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) break;
+            std::lock_guard<std::mutex> lock(m_mutex);
+            into.append(buffer, static_cast<std::size_t>(n));
+            m_changed.notify_all();
+        }
+        ::close(fd);
+        std::lock_guard<std::mutex> lock(m_mutex);
+        ++m_closedStreams;
+        m_changed.notify_all();
+    }
+
+    pid_t m_pid = -1;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::string m_stdout;
+    std::string m_stderr;
+    int m_closedStreams = 0;
+    std::optional<int> m_status;
+    std::vector<std::thread> m_readers;
+};

@@ -1,0 +1,144 @@
+#include "Masking.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "Redact.h"
+#include "VellmarkAcctOpEnvelope.pb.h"
+#include "VellmarkAdmin.pb.h"
+#include "VellmarkPresets.pb.h"
+#include "VellmarkServiceAccounts.pb.h"
+#include "VellmarkSources.pb.h"
+
+namespace {
+
+std::string MaskedId(std::string const& id) {
+    return Redact::RedactID(id, '-');
+}
+std::string MaskedToken(std::string const& token) {
+    return Redact::RedactTokens(token, 350);
+}
+
+// A token of `size` characters, different at every place.
+std::string Token(std::size_t size, char first) {
+    std::string token;
+    for (std::size_t i = 0; i < size; ++i) token.push_back(static_cast<char>(first + i % 20));
+    return token;
+}
+
+VellmarkPB::serviceAccounts FullAccount() {
+    VellmarkPB::serviceAccounts account;
+    account.set_accountid("account-0123456789");
+    account.set_tarvpersonid("person-9876543210");
+    account.set_provideraccountid("provider-account-5555");
+    account.set_name("Living room speaker");
+    account.mutable_tokens()->set_refresh_token(Token(64, 'A'));
+    account.mutable_tokens()->set_refreshtoken(Token(40, 'a'));
+    account.mutable_tokens()->set_access_token(Token(400, 'K'));
+    account.mutable_tokens()->set_access_token_expiration("3600");
+    account.mutable_attributes()->set_email("someone@example.com");
+    return account;
+}
+
+VellmarkPB::VellmarkSource_source Source(std::string const& accountId, std::string const& person) {
+    VellmarkPB::VellmarkSource_source source;
+    source.set_id("source-id");
+    source.mutable_sourceproviderid()->set_text("SPOTIFY");
+    source.mutable_name()->set_text("Kitchen");
+    source.mutable_accountid()->set_text(accountId);
+    source.set_tarvpersonid(person);
+    return source;
+}
+
+TEST(MaskingTest, MasksAnAccountsIdentifiersAndTokensAndNothingElse) {
+    VellmarkPB::serviceAccounts const original = FullAccount();
+    VellmarkPB::serviceAccounts account = original;
+    MaskSensitiveFields(account);
+
+    EXPECT_EQ(account.accountid(), MaskedId(original.accountid()));
+    EXPECT_EQ(account.tarvpersonid(), MaskedId(original.tarvpersonid()));
+    EXPECT_EQ(account.provideraccountid(), MaskedId(original.provideraccountid()));
+    EXPECT_EQ(account.tokens().refresh_token(), MaskedToken(original.tokens().refresh_token()));
+    EXPECT_EQ(account.tokens().refreshtoken(), MaskedToken(original.tokens().refreshtoken()));
+    EXPECT_EQ(account.tokens().access_token(), MaskedToken(original.tokens().access_token()));
+    EXPECT_EQ(account.tokens().access_token().size(), 350u);
+
+    EXPECT_EQ(account.name(), original.name());
+    EXPECT_EQ(account.attributes().email(), original.attributes().email());
+    EXPECT_EQ(account.tokens().access_token_expiration(), "3600");
+    EXPECT_NE(account.accountid(), original.accountid());
+}
+
+TEST(MaskingTest, LeavesFieldsThatAreNotSetUnset) {
+    VellmarkPB::serviceAccounts account;
+    account.set_accountid("account-0123456789");
+    MaskSensitiveFields(account);
+    EXPECT_FALSE(account.has_tarvpersonid());
+    EXPECT_FALSE(account.has_tokens());
+}
+
+TEST(MaskingTest, MasksAnAccountInsideAnEnvelope) {
+    VellmarkPB::VellmarkAcctOpEnvelope envelope;
+    envelope.set_success(true);
+    *envelope.mutable_account() = FullAccount();
+    MaskSensitiveFields(envelope);
+    EXPECT_EQ(envelope.account().accountid(), MaskedId(FullAccount().accountid()));
+    EXPECT_EQ(envelope.account().tokens().refresh_token(),
+              MaskedToken(FullAccount().tokens().refresh_token()));
+    EXPECT_EQ(envelope.account().name(), FullAccount().name());
+}
+
+TEST(MaskingTest, MasksEverySourcesAccountAndPerson) {
+    VellmarkPB::sources list;
+    *list.add_source() = Source("account-1111111111", "person-aaaaaaaa");
+    *list.add_source() = Source("account-2222222222", "person-bbbbbbbb");
+    VellmarkPB::sources const original = list;
+    MaskSensitiveFields(list);
+
+    ASSERT_EQ(list.source_size(), 2);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(list.source(i).accountid().text(),
+                  MaskedId(original.source(i).accountid().text()));
+        EXPECT_EQ(list.source(i).tarvpersonid(), MaskedId(original.source(i).tarvpersonid()));
+        // An account's source carries the account's identifier as its own.
+        EXPECT_EQ(list.source(i).id(), MaskedId(original.source(i).id()));
+        EXPECT_EQ(list.source(i).name().text(), "Kitchen");
+        EXPECT_EQ(list.source(i).sourceproviderid().text(), "SPOTIFY");
+    }
+}
+
+TEST(MaskingTest, MasksSourcesDeepInsideADocument) {
+    VellmarkAdmin::StoreDocument document;
+    *document.mutable_sources()->add_source() = Source("account-1111111111", "person-aaaaaaaa");
+    *document.mutable_voiceaccounts()->add_source() =
+        Source("account-3333333333", "person-cccccccc");
+    *document.add_serviceaccounts() = FullAccount();
+    MaskSensitiveFields(document);
+
+    EXPECT_EQ(document.sources().source(0).accountid().text(), MaskedId("account-1111111111"));
+    EXPECT_EQ(document.sources().source(0).tarvpersonid(), MaskedId("person-aaaaaaaa"));
+    EXPECT_EQ(document.voiceaccounts().source(0).accountid().text(),
+              MaskedId("account-3333333333"));
+    EXPECT_EQ(document.voiceaccounts().source(0).tarvpersonid(), MaskedId("person-cccccccc"));
+    EXPECT_EQ(document.serviceaccounts(0).accountid(), MaskedId(FullAccount().accountid()));
+    EXPECT_EQ(document.serviceaccounts(0).tokens().access_token(),
+              MaskedToken(FullAccount().tokens().access_token()));
+}
+
+TEST(MaskingTest, MasksThePresetsAccount) {
+    VellmarkPB::VellmarkPresets presets;
+    auto* preset = presets.add_presets();
+    preset->set_key("1");
+    auto* metadata = preset->mutable_value()->add_actions()->mutable_metadata();
+    metadata->set_accountid("preset-account-42424242");
+    metadata->set_name("Morning radio");
+    MaskSensitiveFields(presets);
+
+    auto const& masked = presets.presets(0).value().actions(0).metadata();
+    EXPECT_EQ(masked.accountid(), MaskedId("preset-account-42424242"));
+    EXPECT_EQ(masked.name(), "Morning radio");
+    EXPECT_EQ(presets.presets(0).key(), "1");
+}
+
+}  // namespace

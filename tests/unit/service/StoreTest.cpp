@@ -1,0 +1,260 @@
+#include "Store.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ServiceTestSupport.h"
+
+namespace {
+
+using service_test::RawDatabase;
+using service_test::ReadBytes;
+using service_test::TempFolder;
+using service_test::WriteBytes;
+
+VellmarkPB::serviceAccounts Account(std::string const& id, std::string const& name = "") {
+    VellmarkPB::serviceAccounts account;
+    account.set_accountid(id);
+    if (!name.empty()) account.set_name(name);
+    return account;
+}
+
+std::vector<std::string> IdsOf(std::vector<VellmarkPB::serviceAccounts> const& accounts) {
+    std::vector<std::string> ids;
+    for (auto const& account : accounts) ids.push_back(account.accountid());
+    return ids;
+}
+
+// Opening `path` must fail with a StoreError that names the file (and `cause`, if given).
+void ExpectRefused(std::string const& path, std::string const& cause = "") {
+    try {
+        Store store(path);
+        ADD_FAILURE() << "the store " << path << " was opened";
+    } catch (StoreError const& error) {
+        std::string const what = error.what();
+        EXPECT_NE(what.find(path), std::string::npos) << what;
+        EXPECT_NE(what.find(cause), std::string::npos) << what;
+    }
+}
+
+class StoreTest : public ::testing::Test {
+protected:
+    TempFolder folder;
+    std::string const path = folder.File("store.db");
+};
+
+TEST_F(StoreTest, AResourceNeverStoredIsNothing) {
+    Store store(path);
+    EXPECT_FALSE(store.Resource("sources").has_value());
+    store.PutResource("presets", "");
+    ASSERT_TRUE(store.Resource("presets").has_value());
+    EXPECT_EQ(*store.Resource("presets"), "");
+    EXPECT_FALSE(store.Resource("sources").has_value());
+}
+
+TEST_F(StoreTest, ResourcesSurviveClosingAndReopening) {
+    std::string const binary("\x00\x01\xff payload \x00", 13);
+    {
+        Store store(path);
+        store.PutResource("sources", binary);
+        store.PutResource("presets", "first");
+        store.PutResource("presets", "second");
+    }
+    Store store(path);
+    ASSERT_TRUE(store.Resource("sources").has_value());
+    EXPECT_EQ(*store.Resource("sources"), binary);
+    ASSERT_TRUE(store.Resource("presets").has_value());
+    EXPECT_EQ(*store.Resource("presets"), "second");
+    EXPECT_FALSE(store.Resource("groups").has_value());
+}
+
+TEST_F(StoreTest, AccountsSurviveReopeningInTheOrderTheyWereCreated) {
+    {
+        Store store(path);
+        for (auto const* id : {"zulu", "alpha", "mike", "bravo"}) {
+            store.PutAccount(Account(id, std::string("name of ") + id));
+        }
+    }
+    Store store(path);
+    auto const accounts = store.Accounts();
+    EXPECT_EQ(IdsOf(accounts), (std::vector<std::string>{"zulu", "alpha", "mike", "bravo"}));
+    ASSERT_TRUE(store.Account("mike").has_value());
+    EXPECT_EQ(store.Account("mike")->name(), "name of mike");
+    EXPECT_FALSE(store.Account("nobody").has_value());
+}
+
+TEST_F(StoreTest, ReplacingAnAccountKeepsItsPlace) {
+    {
+        Store store(path);
+        store.PutAccount(Account("one", "first"));
+        store.PutAccount(Account("two", "second"));
+        store.PutAccount(Account("three", "third"));
+        store.PutAccount(Account("one", "renamed"));
+        EXPECT_EQ(IdsOf(store.Accounts()), (std::vector<std::string>{"one", "two", "three"}));
+    }
+    Store store(path);
+    auto const accounts = store.Accounts();
+    ASSERT_EQ(IdsOf(accounts), (std::vector<std::string>{"one", "two", "three"}));
+    EXPECT_EQ(accounts[0].name(), "renamed");
+}
+
+TEST_F(StoreTest, DeletingAnAccountRemovesOnlyThatAccount) {
+    Store store(path);
+    store.PutAccount(Account("one"));
+    store.PutAccount(Account("two"));
+    store.PutAccount(Account("three"));
+    EXPECT_TRUE(store.DeleteAccount("two"));
+    EXPECT_FALSE(store.DeleteAccount("two"));
+    EXPECT_FALSE(store.DeleteAccount("unknown"));
+    EXPECT_EQ(IdsOf(store.Accounts()), (std::vector<std::string>{"one", "three"}));
+    store.PutAccount(Account("four"));
+    EXPECT_EQ(IdsOf(store.Accounts()), (std::vector<std::string>{"one", "three", "four"}));
+    store.DeleteAllAccounts();
+    EXPECT_TRUE(store.Accounts().empty());
+}
+
+TEST_F(StoreTest, NextNumberCountsFromOneAndNeverRepeatsAcrossReopening) {
+    {
+        Store store(path);
+        EXPECT_EQ(store.NextNumber("gva"), 1u);
+        EXPECT_EQ(store.NextNumber("gva"), 2u);
+        EXPECT_EQ(store.NextNumber("other"), 1u);
+        EXPECT_EQ(store.NextNumber("gva"), 3u);
+    }
+    Store store(path);
+    EXPECT_EQ(store.NextNumber("gva"), 4u);
+    EXPECT_EQ(store.NextNumber("other"), 2u);
+}
+
+TEST_F(StoreTest, ATransactionWithoutCommitIsRolledBack) {
+    {
+        Store store(path);
+        store.PutResource("presets", "kept");
+        store.PutAccount(Account("kept"));
+        {
+            Store::Transaction transaction(store);
+            store.PutResource("presets", "dropped");
+            store.PutResource("sources", "dropped");
+            store.PutAccount(Account("dropped"));
+            store.DeleteAccount("kept");
+            EXPECT_EQ(store.NextNumber("gva"), 1u);
+        }
+        EXPECT_EQ(*store.Resource("presets"), "kept");
+        EXPECT_FALSE(store.Resource("sources").has_value());
+        EXPECT_EQ(IdsOf(store.Accounts()), std::vector<std::string>{"kept"});
+    }
+    Store store(path);
+    EXPECT_EQ(*store.Resource("presets"), "kept");
+    EXPECT_FALSE(store.Resource("sources").has_value());
+    EXPECT_EQ(IdsOf(store.Accounts()), std::vector<std::string>{"kept"});
+    EXPECT_EQ(store.NextNumber("gva"), 1u);
+}
+
+TEST_F(StoreTest, ACommittedTransactionIsKept) {
+    {
+        Store store(path);
+        Store::Transaction transaction(store);
+        store.PutResource("presets", "committed");
+        store.PutAccount(Account("committed"));
+        transaction.Commit();
+    }
+    Store store(path);
+    EXPECT_EQ(*store.Resource("presets"), "committed");
+    EXPECT_EQ(IdsOf(store.Accounts()), std::vector<std::string>{"committed"});
+}
+
+TEST_F(StoreTest, KeepsItsFileInWalMode) {
+    { Store store(path); }
+    RawDatabase database(path);
+    EXPECT_EQ(database.Text("PRAGMA journal_mode"), "wal");
+}
+
+TEST_F(StoreTest, RefusesAFileThatIsNotADatabase) {
+    std::string garbage;
+    while (garbage.size() < 8192) garbage += "this is not a database at all; ";
+    WriteBytes(path, garbage);
+    ExpectRefused(path);
+    EXPECT_EQ(ReadBytes(path), garbage);
+}
+
+TEST_F(StoreTest, RefusesADatabaseThatIsNotAStore) {
+    {
+        RawDatabase other(path);
+        other.Execute("CREATE TABLE notes(body TEXT); INSERT INTO notes VALUES('keep me');");
+    }
+    ExpectRefused(path);
+    RawDatabase other(path);
+    EXPECT_EQ(other.Text("SELECT body FROM notes"), "keep me");
+    EXPECT_EQ(other.Text("SELECT count(*) FROM sqlite_master WHERE name = 'accounts'"), "0");
+}
+
+TEST_F(StoreTest, RefusesAStoreOfANewerVersionAndLeavesItsContent) {
+    {
+        Store store(path);
+        store.PutAccount(Account("precious"));
+        store.PutResource("presets", "stored");
+    }
+    { RawDatabase(path).Execute("PRAGMA user_version = 2"); }
+    ExpectRefused(path, "newer");
+    RawDatabase database(path);
+    EXPECT_EQ(database.Text("PRAGMA user_version"), "2");
+    EXPECT_EQ(database.Text("SELECT account_id FROM accounts"), "precious");
+    EXPECT_EQ(database.Text("SELECT payload FROM resources WHERE name = 'presets'"), "stored");
+}
+
+TEST_F(StoreTest, RefusesADamagedStore) {
+    {
+        Store store(path);
+        std::string const payload(500, 'p');
+        for (int i = 0; i < 200; ++i)
+            store.PutAccount(Account("account-" + std::to_string(i), payload));
+    }
+    // Everything is in the main file once the store is closed.
+    ASSERT_FALSE(std::filesystem::exists(path + "-wal"));
+    std::string bytes = ReadBytes(path);
+    ASSERT_GE(bytes.size(), 100u);
+    // The page size, big-endian at offset 16 of the header (1 stands for 65536).
+    std::size_t pageSize =
+        (static_cast<unsigned char>(bytes[16]) << 8) | static_cast<unsigned char>(bytes[17]);
+    if (pageSize == 1) pageSize = 65536;
+    std::size_t const pages = bytes.size() / pageSize;
+    ASSERT_GE(pages, 8u) << "too few pages to damage one in the middle";
+    // A whole page in the middle, far from the header, becomes garbage.
+    std::size_t const damaged = pages / 2;
+    for (std::size_t i = 0; i < pageSize; ++i) bytes[damaged * pageSize + i] = '\xA5';
+    WriteBytes(path, bytes);
+
+    ExpectRefused(path, "damaged");
+    EXPECT_EQ(ReadBytes(path), bytes);
+}
+
+TEST_F(StoreTest, RefusesAStoreInUse) {
+    Store first(path);
+    first.PutResource("presets", "before");
+    ExpectRefused(path);
+    first.PutResource("presets", "after");
+    EXPECT_EQ(*first.Resource("presets"), "after");
+}
+
+TEST_F(StoreTest, RefusesAPathInAFolderThatDoesNotExist) {
+    std::string const missing = folder.File("missing/store.db");
+    ExpectRefused(missing);
+    EXPECT_FALSE(std::filesystem::exists(folder.File("missing")));
+}
+
+TEST_F(StoreTest, CreatesAnEmptyStoreWhenTheFileDoesNotExist) {
+    ASSERT_FALSE(std::filesystem::exists(path));
+    {
+        Store store(path);
+        EXPECT_EQ(store.Path(), path);
+        EXPECT_TRUE(store.Accounts().empty());
+    }
+    EXPECT_TRUE(std::filesystem::exists(path));
+    Store reopened(path);
+    EXPECT_TRUE(reopened.Accounts().empty());
+}
+
+}  // namespace

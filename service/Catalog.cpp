@@ -43,6 +43,13 @@ VellmarkPB::VellmarkSource_source SourceOf(VellmarkPB::serviceAccounts const& ac
     return source;
 }
 
+VellmarkPB::VellmarkAcctOpEnvelope AccountSuccess(VellmarkPB::serviceAccounts const& account) {
+    VellmarkPB::VellmarkAcctOpEnvelope reply;
+    reply.set_success(true);
+    *reply.mutable_account() = account;
+    return reply;
+}
+
 }  // namespace
 
 VellmarkPB::Error Refusal(MessageId id, Code code, std::string const& text) {
@@ -157,10 +164,7 @@ VellmarkPB::VellmarkAcctOpEnvelope Catalog::CreateServiceAccount(
     MirrorAsSource(ListOf(stored), stored, false, changed);
     transaction.Commit();
 
-    VellmarkPB::VellmarkAcctOpEnvelope reply;
-    reply.set_success(true);
-    *reply.mutable_account() = stored;
-    return reply;
+    return AccountSuccess(stored);
 }
 
 VellmarkPB::VellmarkAcctOpEnvelope Catalog::UpdateServiceAccount(
@@ -189,10 +193,7 @@ VellmarkPB::VellmarkAcctOpEnvelope Catalog::UpdateServiceAccount(
     MirrorAsSource(ListOf(*stored), *stored, false, changed);
     transaction.Commit();
 
-    VellmarkPB::VellmarkAcctOpEnvelope reply;
-    reply.set_success(true);
-    *reply.mutable_account() = *stored;
-    return reply;
+    return AccountSuccess(*stored);
 }
 
 VellmarkPB::VellmarkAcctOpEnvelope Catalog::DeleteServiceAccount(

@@ -88,6 +88,9 @@ int main(int argc, char** argv) {
         std::error_code ignored;
         if (!folder.empty()) std::filesystem::create_directories(folder, ignored);
         service = std::make_unique<VellmarkService>(db, std::move(seed));
+    } catch (std::invalid_argument const& error) {
+        std::cerr << "vellmarkd: " << seedFile << ": " << error.what() << "\n";
+        return 2;
     } catch (std::exception const& error) {
         std::cerr << "vellmarkd: " << error.what() << "\n";
         return 1;

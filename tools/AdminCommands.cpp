@@ -122,24 +122,26 @@ void AddAdminCommands(CLI::App& app, Settings const& settings, Run& run) {
         };
     });
 
-    auto* clients = admin->add_subcommand("clients", "list the connected clients");
-    clients->callback([&settings, &run] {
-        run = [&settings] {
-            VellmarkAdmin::Request request;
-            request.set_listclients(true);
-            return AdminCall(settings, request);
-        };
-    });
-
-    auto* acks = admin->add_subcommand(
-        "acks", "the update acknowledgements received, counted per identifier, and the latest");
-    acks->callback([&settings, &run] {
-        run = [&settings] {
-            VellmarkAdmin::Request request;
-            request.set_listacknowledgements(true);
-            return AdminCall(settings, request);
-        };
-    });
+    // Commands without arguments: each sets one flag of the request.
+    auto const addFlagCommand = [&](char const* name, char const* help,
+                                    void (VellmarkAdmin::Request::*set)(bool)) {
+        admin->add_subcommand(name, help)->callback([&settings, &run, set] {
+            run = [&settings, set] {
+                VellmarkAdmin::Request request;
+                (request.*set)(true);
+                return AdminCall(settings, request);
+            };
+        });
+    };
+    addFlagCommand("clients", "list the connected clients",
+                   &VellmarkAdmin::Request::set_listclients);
+    addFlagCommand("acks",
+                   "the update acknowledgements received, counted per identifier, and the latest",
+                   &VellmarkAdmin::Request::set_listacknowledgements);
+    addFlagCommand("drop-connections", "close every client connection (clients reconnect)",
+                   &VellmarkAdmin::Request::set_dropconnections);
+    addFlagCommand("export", "print the whole store as one JSON document",
+                   &VellmarkAdmin::Request::set_exportstore);
 
     auto* failNext = admin->add_subcommand(
         "fail-next", "make the next requests under an identifier fail, or go unanswered");
@@ -188,26 +190,6 @@ void AddAdminCommands(CLI::App& app, Settings const& settings, Run& run) {
             if (!delayArgs->second.empty()) {
                 request.mutable_delay()->set_messageid(ParseMessageId(delayArgs->second));
             }
-            return AdminCall(settings, request);
-        };
-    });
-
-    auto* drop = admin->add_subcommand("drop-connections",
-                                       "close every client connection (clients reconnect)");
-    drop->callback([&settings, &run] {
-        run = [&settings] {
-            VellmarkAdmin::Request request;
-            request.set_dropconnections(true);
-            return AdminCall(settings, request);
-        };
-    });
-
-    auto* exportStore =
-        admin->add_subcommand("export", "print the whole store as one JSON document");
-    exportStore->callback([&settings, &run] {
-        run = [&settings] {
-            VellmarkAdmin::Request request;
-            request.set_exportstore(true);
             return AdminCall(settings, request);
         };
     });

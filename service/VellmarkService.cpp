@@ -277,12 +277,7 @@ void VellmarkService::Answer(IPCRequest const& request, google::protobuf::Messag
             m_monitor.Report("out", request.session->Id(), "response", request.id, envelope);
         }
     };
-    auto const delay = m_faults.DelayOf(request.id);
-    if (delay.count() > 0) {
-        m_delayed->RunAfter(delay, std::move(send));
-    } else {
-        send();
-    }
+    AfterDelayOf(request.id, std::move(send));
 }
 
 void VellmarkService::NotifyRequester(IPCRequest const& request, unsigned int id,
@@ -293,7 +288,11 @@ void VellmarkService::NotifyRequester(IPCRequest const& request, unsigned int id
             m_monitor.Report("out", session->Id(), "notification", id, envelope);
         }
     };
-    auto const delay = m_faults.DelayOf(request.id);
+    AfterDelayOf(request.id, std::move(send));
+}
+
+void VellmarkService::AfterDelayOf(unsigned int id, std::function<void()> send) {
+    auto const delay = m_faults.DelayOf(id);
     if (delay.count() > 0) {
         m_delayed->RunAfter(delay, std::move(send));
     } else {

@@ -69,6 +69,8 @@ private:
     // Sends `message` to the requester alone under `id`, after the same delay.
     void NotifyRequester(IPCRequest const& request, unsigned int id,
                          google::protobuf::Message const& message);
+    // Runs `send` now, or after the delay asked for answers under `id`.
+    void AfterDelayOf(unsigned int id, std::function<void()> send);
     // Pushes the update of every changed resource to every connection.
     void Broadcast(Changes const& changed);
 

@@ -35,6 +35,9 @@ int main(int argc, char** argv) {
         "and the admin endpoint \"VellmarkAdmin\" in the runtime folder "
         "($TARV_RUNTIME_DIR, else /run/tarv) until SIGINT or SIGTERM.",
         "vellmarkd");
+    app.footer(
+        "Exit codes: 0 stopped by SIGINT or SIGTERM, 1 the store or a socket cannot be "
+        "opened, 2 bad arguments or seed file.");
     std::string db = DefaultStorePath();
     std::string seedFile;
     std::string runtimeDir;

@@ -38,7 +38,9 @@ set(ENV{PKG_CONFIG_LIBDIR}
 set(Protobuf_PROTOC_EXECUTABLE /usr/bin/protoc CACHE FILEPATH "the host's protoc")
 set(Protobuf_IMPORT_DIRS /usr/include CACHE PATH "the host's protobuf schemas")
 
-# The C runtime from the cross toolchain's folder; everything else from the sysroot.
+# Programs run with the sysroot's own loader and C library: the loader of the cross
+# toolchain's folder (/usr/arm-linux-gnueabihf) with the sysroot's libc.so crashes as soon
+# as a thread starts, since the two come from different builds of glibc.
 set(CMAKE_CROSSCOMPILING_EMULATOR
-    qemu-arm -L /usr/arm-linux-gnueabihf -E
+    qemu-arm -L ${VELLMARK_ARMHF_SYSROOT} -E
     LD_LIBRARY_PATH=${VELLMARK_ARMHF_SYSROOT}/lib/arm-linux-gnueabihf:${VELLMARK_ARMHF_SYSROOT}/usr/lib/arm-linux-gnueabihf)

@@ -42,6 +42,7 @@ ResourceInfo const* FindResource(std::string const& name) {
 }
 
 ResourceInfo const* ResourceOfQuery(unsigned int id) {
+    if (id == 0) return nullptr;  // 0 marks a resource without a query
     for (auto const& resource : Resources()) {
         if (resource.queryId == id) return &resource;
     }

@@ -543,12 +543,8 @@ TEST_F(CatalogTest, WriteReplacesAResourceAndReportsIt) {
     ExpectSame(settings, *catalog.Read(resource));
 }
 
-TEST_F(CatalogTest, ExportThenSeedOnAFreshStoreGivesTheSameExport) {
-    Changes changed;
-    catalog.Seed(FullDocument(), changed);
-    auto const exported = catalog.Export();
-    ExpectSame(FullDocument(), exported);
-
+// Seeding a fresh store with `exported` gives a store that exports the same document.
+void ExpectSeedsAFreshStoreAlike(VellmarkAdmin::StoreDocument const& exported) {
     TempFolder otherFolder;
     Store otherStore(otherFolder.File("store.db"));
     Catalog other(otherStore);
@@ -557,20 +553,21 @@ TEST_F(CatalogTest, ExportThenSeedOnAFreshStoreGivesTheSameExport) {
     ExpectSame(exported, other.Export());
 }
 
+TEST_F(CatalogTest, ExportThenSeedOnAFreshStoreGivesTheSameExport) {
+    Changes changed;
+    catalog.Seed(FullDocument(), changed);
+    auto const exported = catalog.Export();
+    ExpectSame(FullDocument(), exported);
+    ExpectSeedsAFreshStoreAlike(exported);
+}
+
 // An export seeds a fresh store into the same store, whatever was never stored.
 TEST_F(CatalogTest, ExportOfAStoreBuiltByRequestsSurvivesSeedingAFreshStore) {
     Create(ServiceAccount("s-1", "Music"));
     CreateGVA("p-1");
     Changes changed;
     catalog.StorePresets(Presets({Preset("1", "A")}), changed);
-    auto const exported = catalog.Export();
-
-    TempFolder otherFolder;
-    Store otherStore(otherFolder.File("store.db"));
-    Catalog other(otherStore);
-    Changes otherChanged;
-    other.Seed(exported, otherChanged);
-    ExpectSame(exported, other.Export());
+    ExpectSeedsAFreshStoreAlike(catalog.Export());
 }
 
 TEST_F(CatalogTest, SeedEmptiesTheResourcesTheDocumentLeavesOut) {

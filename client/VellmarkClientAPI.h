@@ -30,7 +30,7 @@
 #include "VellmarkClientAPIIF.h"
 #include "VellmarkMessageId.pb.h"
 
-class VellmarkClientAPI : public VellmarkClientAPIIF {
+class VELLMARK_CLIENT_EXPORT VellmarkClientAPI : public VellmarkClientAPIIF {
 public:
     // `task` receives every callback; it is not owned. Logs the library version.
     explicit VellmarkClientAPI(NotifyTargetTaskIF* task);

@@ -22,6 +22,7 @@
 #include "Callback.h"
 #include "DPrint.h"
 #include "Errors.pb.h"
+#include "VellmarkClientExport.h"
 #include "VellmarkDeleteGVA.pb.h"
 #include "VellmarkDeleteSrvcAccount.pb.h"
 #include "VellmarkGroups.pb.h"
@@ -32,7 +33,7 @@
 #include "VellmarkSources.pb.h"
 #include "VellmarkSystemAssoicated.pb.h"
 
-class VellmarkClientAPIIF {
+class VELLMARK_CLIENT_EXPORT VellmarkClientAPIIF {
 public:
     virtual ~VellmarkClientAPIIF() = default;
 

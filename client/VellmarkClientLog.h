@@ -3,5 +3,6 @@
 // library writes with VellmarkClientLog().SetThreshold(level); its default comes from
 // TARV_LOG_LEVEL. It exists from library load to process exit.
 #include "DPrint.h"
+#include "VellmarkClientExport.h"
 
-DPrint& VellmarkClientLog();
+VELLMARK_CLIENT_EXPORT DPrint& VellmarkClientLog();

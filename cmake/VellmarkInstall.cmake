@@ -11,7 +11,8 @@ install(TARGETS vellmarkd vellmarkctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR
 # The client's headers and everything they include, the framework's headers a caller uses
 # beside them, and the generated schema headers.
 install(FILES
-          client/VellmarkClientAPI.h client/VellmarkClientAPIIF.h client/VellmarkClientLog.h
+          client/VellmarkClientAPI.h client/VellmarkClientAPIIF.h client/VellmarkClientExport.h
+          client/VellmarkClientLog.h
           framework/AsyncCallback.h framework/Callback.h framework/IPCMessageEnvelope.h
           framework/IPCMessageRouterIF.h
           platform/AsyncCallbackImplBase.h platform/BreakThread.h platform/CallbackConnection.h

@@ -16,11 +16,14 @@
 #include <thread>
 #include <vector>
 
+#include "ChildLauncher.h"
+
 extern char** environ;
 
 class ChildProcess {
 public:
-    // Starts `program` with `arguments`. The child inherits the environment.
+    // Starts `program` with `arguments`, through kChildLauncher when the build has one (the
+    // emulator of a cross build). The child inherits the environment.
     ChildProcess(std::string const& program, std::vector<std::string> const& arguments) {
         int out[2];
         int err[2];
@@ -29,12 +32,13 @@ public:
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-        std::vector<std::string> words{program};
+        std::vector<std::string> words = kChildLauncher;
+        words.push_back(program);
         words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<char*> argv;
         for (auto& word : words) argv.push_back(word.data());
         argv.push_back(nullptr);
-        if (posix_spawn(&m_pid, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
+        if (posix_spawnp(&m_pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
             m_pid = -1;
         }
         posix_spawn_file_actions_destroy(&actions);

@@ -32,7 +32,8 @@ struct ResourceInfo {
 std::vector<ResourceInfo> const& Resources();
 // The resource named `name`, or null.
 ResourceInfo const* FindResource(std::string const& name);
-// The resource whose query or update travels under `id`, or null.
+// The resource whose query travels under `id`, or null (also for 0, which the table uses
+// for "no query").
 ResourceInfo const* ResourceOfQuery(unsigned int id);
 // "sources, voice-accounts, ...": for help texts and errors.
 std::string ResourceNames(bool withQueryOnly);

@@ -8,7 +8,7 @@
 
 #include "AdminProtocol.h"
 #include "Json.h"
-#include "Masking.h"
+#include "Sensitivity.h"
 #include "VellmarkAdmin.pb.h"
 
 namespace {
@@ -36,7 +36,7 @@ std::string PayloadJson(IPCMessageEnvelope const& envelope) {
     std::unique_ptr<google::protobuf::Message> message(
         google::protobuf::MessageFactory::generated_factory()->GetPrototype(type)->New());
     if (!envelope.GetPayload(*message)) return "\"(does not parse)\"";
-    MaskSensitiveFields(*message);
+    VellmarkAdmin::Mask(*message);
     return VellmarkJson::Print(*message, false);
 }
 
@@ -45,6 +45,23 @@ std::string PayloadJson(IPCMessageEnvelope const& envelope) {
 void TrafficMonitor::Add(std::shared_ptr<IPCServerSession> const& watcher) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_watchers.push_back(watcher);
+    m_watched = true;
+}
+
+void TrafficMonitor::Received(std::uint64_t session, char const* kind, unsigned int id,
+                              IPCMessageEnvelope const& envelope) {
+    if (!m_watched) return;
+    std::lock_guard<std::mutex> sequence(m_sequence);
+    Report("in", session, kind, id, envelope);
+}
+
+bool TrafficMonitor::Send(std::uint64_t session, char const* kind, unsigned int id,
+                          IPCMessageEnvelope const& envelope, std::function<bool()> const& send) {
+    if (!m_watched) return send();
+    std::lock_guard<std::mutex> sequence(m_sequence);
+    bool const sent = send();
+    if (sent) Report("out", session, kind, id, envelope);
+    return sent;
 }
 
 void TrafficMonitor::Report(char const* direction, std::uint64_t session, char const* kind,
@@ -61,6 +78,7 @@ void TrafficMonitor::Report(char const* direction, std::uint64_t session, char c
                 it = m_watchers.erase(it);
             }
         }
+        if (m_watchers.empty()) m_watched = false;  // until the next Add
     }
     if (watchers.empty()) return;
 

@@ -1,10 +1,15 @@
 #pragma once
 // TrafficMonitor: shows the frames of the "Vellmark" endpoint to the admin connections
-// that asked for them (vellmarkctl monitor), as TrafficEvents with the payload in JSON
-// and its identifiers and tokens masked. Costs nothing while nobody watches.
+// that asked for them (vellmarkctl monitor), as TrafficEvents with the payload in JSON and
+// its sensitive fields masked (Sensitivity.h). Costs one atomic load a frame while nobody
+// watches.
 //
-// Thread-safe: frames are reported from the IO thread and from the service's task.
+// Thread-safe: frames are reported from the IO thread and from the service's task. While
+// someone watches, a frame sent and its report are one step, so that a frame received in
+// answer (an acknowledgement) is never shown before the frame it answers.
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -16,12 +21,21 @@ public:
     // `watcher` receives every event from now on, until its connection ends.
     void Add(std::shared_ptr<IPCServerSession> const& watcher);
 
-    // A frame received ("in") or sent ("out") on connection `session`; `kind` is
-    // "request", "response", "notification" or "one-way".
+    // A frame received on connection `session`; `kind` is "request" or "one-way".
+    void Received(std::uint64_t session, char const* kind, unsigned int id,
+                  IPCMessageEnvelope const& envelope);
+    // Sends a frame on connection `session` with `send` and shows it if it went out; `kind`
+    // is "response" or "notification". Returns what `send` returned.
+    bool Send(std::uint64_t session, char const* kind, unsigned int id,
+              IPCMessageEnvelope const& envelope, std::function<bool()> const& send);
+
+private:
     void Report(char const* direction, std::uint64_t session, char const* kind, unsigned int id,
                 IPCMessageEnvelope const& envelope);
 
-private:
+    std::atomic<bool> m_watched{false};
+    // Held while a frame is sent and shown, and while one received is shown.
+    std::mutex m_sequence;
     std::mutex m_mutex;
     std::vector<std::weak_ptr<IPCServerSession>> m_watchers;
 };

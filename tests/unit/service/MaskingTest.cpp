@@ -1,10 +1,12 @@
-#include "Masking.h"
-
+// The masking of vellmarkd and its tools: what each class of field becomes, at any depth.
+#include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "Json.h"
 #include "Redact.h"
+#include "Sensitivity.h"
 #include "VellmarkAcctOpEnvelope.pb.h"
 #include "VellmarkAdmin.pb.h"
 #include "VellmarkPresets.pb.h"
@@ -12,6 +14,8 @@
 #include "VellmarkSources.pb.h"
 
 namespace {
+
+using VellmarkAdmin::Mask;
 
 std::string MaskedId(std::string const& id) {
     return Redact::RedactID(id, '-');
@@ -38,6 +42,7 @@ VellmarkPB::serviceAccounts FullAccount() {
     account.mutable_tokens()->set_access_token(Token(400, 'K'));
     account.mutable_tokens()->set_access_token_expiration("3600");
     account.mutable_attributes()->set_email("someone@example.com");
+    account.mutable_attributes()->set_language("de");
     return account;
 }
 
@@ -46,26 +51,31 @@ VellmarkPB::VellmarkSource_source Source(std::string const& accountId, std::stri
     source.set_id("source-id");
     source.mutable_sourceproviderid()->set_text("SPOTIFY");
     source.mutable_name()->set_text("Kitchen");
+    source.mutable_username()->set_text("kitchen.user@example.com");
+    source.mutable_sourcename()->set_text("Kitchen Premium");
+    source.mutable_credential()->set_type("token");
+    source.mutable_credential()->set_text(Token(36, 'r'));
     source.mutable_accountid()->set_text(accountId);
     source.set_tarvpersonid(person);
     return source;
 }
 
-TEST(MaskingTest, MasksAnAccountsIdentifiersAndTokensAndNothingElse) {
+TEST(MaskingTest, MasksAnAccountsIdentifiersTokensAndAddressAndNothingElse) {
     VellmarkPB::serviceAccounts const original = FullAccount();
     VellmarkPB::serviceAccounts account = original;
-    MaskSensitiveFields(account);
+    Mask(account);
 
     EXPECT_EQ(account.accountid(), MaskedId(original.accountid()));
     EXPECT_EQ(account.tarvpersonid(), MaskedId(original.tarvpersonid()));
     EXPECT_EQ(account.provideraccountid(), MaskedId(original.provideraccountid()));
+    EXPECT_EQ(account.attributes().email(), MaskedId(original.attributes().email()));
     EXPECT_EQ(account.tokens().refresh_token(), MaskedToken(original.tokens().refresh_token()));
     EXPECT_EQ(account.tokens().refreshtoken(), MaskedToken(original.tokens().refreshtoken()));
     EXPECT_EQ(account.tokens().access_token(), MaskedToken(original.tokens().access_token()));
     EXPECT_EQ(account.tokens().access_token().size(), 350u);
 
     EXPECT_EQ(account.name(), original.name());
-    EXPECT_EQ(account.attributes().email(), original.attributes().email());
+    EXPECT_EQ(account.attributes().language(), "de");
     EXPECT_EQ(account.tokens().access_token_expiration(), "3600");
     EXPECT_NE(account.accountid(), original.accountid());
 }
@@ -73,38 +83,45 @@ TEST(MaskingTest, MasksAnAccountsIdentifiersAndTokensAndNothingElse) {
 TEST(MaskingTest, LeavesFieldsThatAreNotSetUnset) {
     VellmarkPB::serviceAccounts account;
     account.set_accountid("account-0123456789");
-    MaskSensitiveFields(account);
+    Mask(account);
     EXPECT_FALSE(account.has_tarvpersonid());
     EXPECT_FALSE(account.has_tokens());
+    EXPECT_FALSE(account.has_attributes());
 }
 
 TEST(MaskingTest, MasksAnAccountInsideAnEnvelope) {
     VellmarkPB::VellmarkAcctOpEnvelope envelope;
     envelope.set_success(true);
     *envelope.mutable_account() = FullAccount();
-    MaskSensitiveFields(envelope);
+    Mask(envelope);
     EXPECT_EQ(envelope.account().accountid(), MaskedId(FullAccount().accountid()));
     EXPECT_EQ(envelope.account().tokens().refresh_token(),
               MaskedToken(FullAccount().tokens().refresh_token()));
     EXPECT_EQ(envelope.account().name(), FullAccount().name());
 }
 
-TEST(MaskingTest, MasksEverySourcesAccountAndPerson) {
+TEST(MaskingTest, MasksASourcesCredentialUserNameAccountAndPerson) {
     VellmarkPB::sources list;
     *list.add_source() = Source("account-1111111111", "person-aaaaaaaa");
     *list.add_source() = Source("account-2222222222", "person-bbbbbbbb");
     VellmarkPB::sources const original = list;
-    MaskSensitiveFields(list);
+    Mask(list);
 
     ASSERT_EQ(list.source_size(), 2);
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(list.source(i).accountid().text(),
-                  MaskedId(original.source(i).accountid().text()));
-        EXPECT_EQ(list.source(i).tarvpersonid(), MaskedId(original.source(i).tarvpersonid()));
+        auto const& masked = list.source(i);
+        auto const& clear = original.source(i);
+        EXPECT_EQ(masked.accountid().text(), MaskedId(clear.accountid().text()));
+        EXPECT_EQ(masked.tarvpersonid(), MaskedId(clear.tarvpersonid()));
+        EXPECT_EQ(masked.credential().text(), MaskedToken(clear.credential().text()));
+        EXPECT_EQ(masked.username().text(), MaskedId(clear.username().text()));
         // An account's source carries the account's identifier as its own.
-        EXPECT_EQ(list.source(i).id(), MaskedId(original.source(i).id()));
-        EXPECT_EQ(list.source(i).name().text(), "Kitchen");
-        EXPECT_EQ(list.source(i).sourceproviderid().text(), "SPOTIFY");
+        EXPECT_EQ(masked.id(), MaskedId(clear.id()));
+        // The same wrapper holds a name, which stays readable.
+        EXPECT_EQ(masked.name().text(), "Kitchen");
+        EXPECT_EQ(masked.sourcename().text(), "Kitchen Premium");
+        EXPECT_EQ(masked.credential().type(), "token");
+        EXPECT_EQ(masked.sourceproviderid().text(), "SPOTIFY");
     }
 }
 
@@ -114,7 +131,7 @@ TEST(MaskingTest, MasksSourcesDeepInsideADocument) {
     *document.mutable_voiceaccounts()->add_source() =
         Source("account-3333333333", "person-cccccccc");
     *document.add_serviceaccounts() = FullAccount();
-    MaskSensitiveFields(document);
+    Mask(document);
 
     EXPECT_EQ(document.sources().source(0).accountid().text(), MaskedId("account-1111111111"));
     EXPECT_EQ(document.sources().source(0).tarvpersonid(), MaskedId("person-aaaaaaaa"));
@@ -126,19 +143,49 @@ TEST(MaskingTest, MasksSourcesDeepInsideADocument) {
               MaskedToken(FullAccount().tokens().access_token()));
 }
 
-TEST(MaskingTest, MasksThePresetsAccount) {
+TEST(MaskingTest, MasksThePresetsAccounts) {
     VellmarkPB::VellmarkPresets presets;
     auto* preset = presets.add_presets();
     preset->set_key("1");
-    auto* metadata = preset->mutable_value()->add_actions()->mutable_metadata();
-    metadata->set_accountid("preset-account-42424242");
-    metadata->set_name("Morning radio");
-    MaskSensitiveFields(presets);
+    auto* action = preset->mutable_value()->add_actions();
+    action->mutable_metadata()->set_accountid("preset-account-42424242");
+    action->mutable_metadata()->set_name("Morning radio");
+    action->mutable_payload()->mutable_contentitem()->set_sourceaccount("preset-account-42424242");
+    Mask(presets);
 
-    auto const& masked = presets.presets(0).value().actions(0).metadata();
-    EXPECT_EQ(masked.accountid(), MaskedId("preset-account-42424242"));
-    EXPECT_EQ(masked.name(), "Morning radio");
+    auto const& masked = presets.presets(0).value().actions(0);
+    EXPECT_EQ(masked.metadata().accountid(), MaskedId("preset-account-42424242"));
+    EXPECT_EQ(masked.payload().contentitem().sourceaccount(), MaskedId("preset-account-42424242"));
+    EXPECT_EQ(masked.metadata().name(), "Morning radio");
     EXPECT_EQ(presets.presets(0).key(), "1");
+}
+
+TEST(MaskingTest, MaskingTwiceChangesNothingMore) {
+    VellmarkPB::serviceAccounts account = FullAccount();
+    Mask(account);
+    VellmarkPB::serviceAccounts const once = account;
+    Mask(account);
+    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(account, once));
+}
+
+TEST(MaskingTest, SecretValuesAreWhatMaskingHides) {
+    VellmarkAdmin::StoreDocument document;
+    *document.mutable_sources()->add_source() = Source("account-1111111111", "person-aaaaaaaa");
+    *document.add_serviceaccounts() = FullAccount();
+    auto const secrets = VellmarkAdmin::SecretValues(document);
+    auto const has = [&](std::string const& value) {
+        return std::find(secrets.begin(), secrets.end(), value) != secrets.end();
+    };
+    EXPECT_TRUE(has("account-1111111111"));
+    EXPECT_TRUE(has("kitchen.user@example.com"));
+    EXPECT_TRUE(has(FullAccount().tokens().refresh_token()));
+    EXPECT_TRUE(has("someone@example.com"));
+    EXPECT_FALSE(has("Kitchen"));
+    EXPECT_FALSE(has("3600"));
+
+    Mask(document);
+    std::string const json = VellmarkJson::Print(document, false);
+    for (auto const& secret : secrets) EXPECT_EQ(json.find(secret), std::string::npos) << secret;
 }
 
 }  // namespace

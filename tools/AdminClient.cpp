@@ -14,7 +14,18 @@ struct AdminClient::Shared {
 
 namespace {
 constexpr std::chrono::milliseconds kRetryPeriod(50);
+
+// Waits until `done` holds or `bound` has passed (0: no bound); returns `done()`.
+template <class Done>
+bool WaitFor(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
+             std::chrono::milliseconds bound, Done done) {
+    if (bound.count() == 0) {
+        changed.wait(lock, done);
+        return true;
+    }
+    return changed.wait_for(lock, bound, done);
 }
+}  // namespace
 
 AdminClient::AdminClient(std::chrono::milliseconds bound)
     : m_shared(std::make_shared<Shared>()),
@@ -33,7 +44,7 @@ AdminClient::AdminClient(std::chrono::milliseconds bound)
     std::shared_ptr<Network::ConnectorSocket> socket;
     {
         std::unique_lock<std::mutex> lock(m_shared->mutex);
-        m_shared->changed.wait_for(lock, bound, [this] { return m_shared->socket != nullptr; });
+        WaitFor(m_shared->changed, lock, bound, [this] { return m_shared->socket != nullptr; });
         socket = m_shared->socket;
     }
     // One connection only: a lost one is reported, not replaced.
@@ -78,7 +89,7 @@ VellmarkAdmin::Reply AdminClient::Call(VellmarkAdmin::Request const& request) {
                                       shared->changed.notify_all();
                                   });
     std::unique_lock<std::mutex> lock(m_shared->mutex);
-    m_shared->changed.wait_for(lock, m_bound, [&] { return answer->arrived || m_shared->closed; });
+    WaitFor(m_shared->changed, lock, m_bound, [&] { return answer->arrived || m_shared->closed; });
     if (answer->arrived) return answer->reply;
     if (m_shared->closed) throw AdminError("vellmarkd closed the connection");
     throw AdminError("no answer from vellmarkd within " + std::to_string(m_bound.count()) + " ms");
@@ -110,10 +121,5 @@ void AdminClient::Close() {
 
 bool AdminClient::WaitClosed(std::chrono::milliseconds bound) {
     std::unique_lock<std::mutex> lock(m_shared->mutex);
-    auto const closed = [this] { return m_shared->closed; };
-    if (bound.count() == 0) {
-        m_shared->changed.wait(lock, closed);
-        return true;
-    }
-    return m_shared->changed.wait_for(lock, bound, closed);
+    return WaitFor(m_shared->changed, lock, bound, [this] { return m_shared->closed; });
 }

@@ -3,7 +3,8 @@
 // tests. One connection, made in the constructor; no reconnection.
 //
 // Threads: the calls block their caller, each for at most the bound given at
-// construction. Traffic events are handed to their function on the transport's IO thread.
+// construction (0: no bound). Traffic events are handed to their function on the transport's
+// IO thread.
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -23,7 +24,8 @@ public:
 
 class AdminClient {
 public:
-    // Connects, waiting at most `bound`. Throws AdminError when vellmarkd does not answer.
+    // Connects, waiting at most `bound` (0: no bound). Throws AdminError when vellmarkd does
+    // not answer.
     explicit AdminClient(std::chrono::milliseconds bound);
     ~AdminClient();
     AdminClient(AdminClient const&) = delete;

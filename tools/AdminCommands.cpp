@@ -22,14 +22,21 @@ std::vector<std::string> AdminResources() {
     return names;
 }
 
-// Sends one admin request and prints what it returns. `request` is filled on the main
-// thread after the command line has been read; bad input throws BadInput before sending.
-int AdminCall(Settings const& settings, VellmarkAdmin::Request request) {
-    request.set_pretty(settings.pretty);
+// Sends one admin request and prints what it returns: as the service wrote it, or, when
+// `shown` is given, as a document of that type printed (and masked) by PrintJson. `request`
+// is filled on the main thread after the command line has been read; bad input throws
+// BadInput before sending.
+int AdminCall(Settings const& settings, VellmarkAdmin::Request request,
+              std::unique_ptr<google::protobuf::Message> shown = nullptr) {
+    request.set_pretty(settings.pretty && !shown);
     try {
         AdminClient admin(settings.Timeout());
         std::string const json = admin.Command(request);
-        if (!json.empty()) PrintText(json);
+        if (shown) {
+            PrintJson(json, *shown, settings);
+        } else if (!json.empty()) {
+            PrintText(json);
+        }
         return kOk;
     } catch (AdminError const& error) {
         std::cerr << "vellmarkctl: " << error.what() << "\n";
@@ -84,7 +91,7 @@ int Monitor(Settings const& settings, int count) {
 
 }  // namespace
 
-void AddAdminCommands(CLI::App& app, Settings const& settings, Run& run) {
+void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
     auto* admin = app.add_subcommand(
         "admin", "play the cloud: change what vellmarkd keeps, make it fail, see what it saw");
     admin->require_subcommand(1);
@@ -110,6 +117,7 @@ void AddAdminCommands(CLI::App& app, Settings const& settings, Run& run) {
     });
 
     auto* get = admin->add_subcommand("get", "print a resource as the service keeps it");
+    AddShowSecrets(*get, settings);
     auto getResource = std::make_shared<std::string>();
     get->add_option("resource", *getResource, "what to print")
         ->required()
@@ -118,7 +126,7 @@ void AddAdminCommands(CLI::App& app, Settings const& settings, Run& run) {
         run = [&settings, getResource] {
             VellmarkAdmin::Request request;
             request.mutable_get()->set_resource(*getResource);
-            return AdminCall(settings, request);
+            return AdminCall(settings, request, MessageOf(*getResource));
         };
     });
 
@@ -140,8 +148,24 @@ void AddAdminCommands(CLI::App& app, Settings const& settings, Run& run) {
                    &VellmarkAdmin::Request::set_listacknowledgements);
     addFlagCommand("drop-connections", "close every client connection (clients reconnect)",
                    &VellmarkAdmin::Request::set_dropconnections);
-    addFlagCommand("export", "print the whole store as one JSON document",
-                   &VellmarkAdmin::Request::set_exportstore);
+
+    auto* exportStore = admin->add_subcommand(
+        "export",
+        "print the whole store as one JSON document: a faithful backup, secrets in clear, "
+        "that `admin seed` restores; keep it private, or use --redact for a copy safe to "
+        "attach to a bug report");
+    auto redact = std::make_shared<bool>(false);
+    exportStore->add_flag("--redact", *redact,
+                          "mask tokens, identifiers and user names (the copy cannot be seeded "
+                          "back as it was)");
+    exportStore->callback([&settings, &run, redact] {
+        run = [&settings, redact] {
+            VellmarkAdmin::Request request;
+            request.set_exportstore(true);
+            if (!*redact) return AdminCall(settings, request);
+            return AdminCall(settings, request, std::make_unique<VellmarkAdmin::StoreDocument>());
+        };
+    });
 
     auto* failNext = admin->add_subcommand(
         "fail-next", "make the next requests under an identifier fail, or go unanswered");
@@ -211,8 +235,8 @@ void AddAdminCommands(CLI::App& app, Settings const& settings, Run& run) {
     auto* monitor = app.add_subcommand(
         "monitor",
         "print every frame vellmarkd receives (<-) or sends (->) on the Vellmark endpoint: "
-        "time, connection, kind, identifier, payload type and payload (identifiers and tokens "
-        "masked)");
+        "time, connection, kind, identifier, payload type and payload (tokens, identifiers and "
+        "user names always masked)");
     auto monitorCount = std::make_shared<int>(0);
     monitor->add_option("--count", *monitorCount, "stop after this many frames");
     monitor->callback([&settings, &run, monitorCount] {

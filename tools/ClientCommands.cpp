@@ -8,6 +8,7 @@
 #include "Commands.h"
 #include "IPCDirectory.h"
 #include "Json.h"
+#include "Sensitivity.h"
 #include "Task.h"
 #include "VellmarkClientAPI.h"
 
@@ -87,8 +88,8 @@ int NoAnswer(Settings const& settings) {
 // Prints a reply and ends the command.
 template <class T>
 Callback<T> Done(Outcome& outcome, Settings const& settings) {
-    return [&outcome, pretty = settings.pretty](T const& reply) {
-        PrintJson(reply, pretty);
+    return [&outcome, &settings](T const& reply) {
+        PrintJson(reply, settings);
         outcome.Finish(kOk);
     };
 }
@@ -96,8 +97,10 @@ Callback<T> Done(Outcome& outcome, Settings const& settings) {
 // Prints a refusal on standard error and ends the command.
 Callback<VellmarkPB::Error> Refused(Outcome& outcome) {
     return [&outcome](VellmarkPB::Error const& error) {
-        std::cerr << "vellmarkctl: refused: " << error.message() << "\n"
-                  << VellmarkJson::Print(error, false) << std::endl;
+        VellmarkPB::Error shown = error;
+        VellmarkAdmin::Mask(shown);
+        std::cerr << "vellmarkctl: refused: " << shown.message() << "\n"
+                  << VellmarkJson::Print(shown, false) << std::endl;
         outcome.Finish(kRefused);
     };
 }
@@ -122,8 +125,8 @@ int Subscribe(Settings const& settings, SubscribeOptions const& options) {
         settings.Timeout(),
         [&](VellmarkClientAPI& client, IL::Task& task, Outcome& outcome) {
             Printer printer = [&outcome, received, options,
-                               pretty = settings.pretty](google::protobuf::Message const& update) {
-                PrintJson(update, pretty);
+                               &settings](google::protobuf::Message const& update) {
+                PrintJson(update, settings);
                 if (++*received == options.count) outcome.Finish(kOk);
             };
             // A subscription made before the connection exists is not attached for every
@@ -151,8 +154,9 @@ int Subscribe(Settings const& settings, SubscribeOptions const& options) {
 
 }  // namespace
 
-void AddClientCommands(CLI::App& app, Settings const& settings, Run& run) {
+void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
     auto* get = app.add_subcommand("get", "ask the service once for a resource; prints it");
+    AddShowSecrets(*get, settings);
     auto resource = std::make_shared<std::string>();
     get->add_option("resource", *resource, "what to get")
         ->required()
@@ -161,7 +165,7 @@ void AddClientCommands(CLI::App& app, Settings const& settings, Run& run) {
         run = [&settings, resource] {
             return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
                 Queries().at (*resource)(client, [&outcome, &settings](auto const& reply) {
-                    PrintJson(reply, settings.pretty);
+                    PrintJson(reply, settings);
                     outcome.Finish(kOk);
                 });
             });
@@ -172,6 +176,7 @@ void AddClientCommands(CLI::App& app, Settings const& settings, Run& run) {
         "subscribe",
         "print every update of a resource, one JSON document each; ends after --count "
         "updates, or after --timeout when no count is given (0: never)");
+    AddShowSecrets(*subscribe, settings);
     auto subscribeOptions = std::make_shared<SubscribeOptions>();
     subscribe->add_option("resource", subscribeOptions->resource, "what to follow")
         ->required()
@@ -185,6 +190,7 @@ void AddClientCommands(CLI::App& app, Settings const& settings, Run& run) {
     auto* store = app.add_subcommand("store-presets",
                                      "store presets (a VellmarkPresets JSON file, - for stdin); "
                                      "prints the stored list");
+    AddShowSecrets(*store, settings);
     auto file = std::make_shared<std::string>();
     store->add_option("file", *file, "the presets")->required();
     store->callback([&settings, &run, file] {
@@ -204,6 +210,7 @@ void AddClientCommands(CLI::App& app, Settings const& settings, Run& run) {
             create ? "create" : "update",
             std::string(create ? "create" : "update") +
                 " a service account from a serviceAccounts JSON file (- for stdin)");
+        AddShowSecrets(*command, settings);
         auto path = std::make_shared<std::string>();
         command->add_option("file", *path, "the account")->required();
         command->callback([&settings, &run, path, create] {
@@ -222,6 +229,7 @@ void AddClientCommands(CLI::App& app, Settings const& settings, Run& run) {
         });
     }
     auto* remove = account->add_subcommand("delete", "delete a service account");
+    AddShowSecrets(*remove, settings);
     auto accountId = std::make_shared<std::string>();
     remove->add_option("id", *accountId, "its accountID")->required();
     remove->callback([&settings, &run, accountId] {
@@ -237,6 +245,7 @@ void AddClientCommands(CLI::App& app, Settings const& settings, Run& run) {
     auto* gva = app.add_subcommand("gva", "voice-assistant (GVA) accounts");
     gva->require_subcommand(1);
     auto* gvaCreate = gva->add_subcommand("create", "create a person's GVA account");
+    AddShowSecrets(*gvaCreate, settings);
     auto gvaArgs = std::make_shared<std::array<std::string, 3>>();
     gvaCreate->add_option("person", (*gvaArgs)[0], "tarvPersonID")->required();
     gvaCreate->add_option("provider-account", (*gvaArgs)[1], "providerAccountID")->required();
@@ -251,6 +260,7 @@ void AddClientCommands(CLI::App& app, Settings const& settings, Run& run) {
         };
     });
     auto* gvaDelete = gva->add_subcommand("delete", "delete a GVA account");
+    AddShowSecrets(*gvaDelete, settings);
     auto gvaId = std::make_shared<std::string>();
     gvaDelete->add_option("id", *gvaId, "its accountID")->required();
     gvaDelete->callback([&settings, &run, gvaId] {
@@ -264,6 +274,7 @@ void AddClientCommands(CLI::App& app, Settings const& settings, Run& run) {
     });
     auto* gvaUpdate =
         gva->add_subcommand("update-device-id", "give the GVA accounts a new assistant device id");
+    AddShowSecrets(*gvaUpdate, settings);
     auto deviceId = std::make_shared<std::string>();
     gvaUpdate->add_option("id", *deviceId, "the assistantDeviceId")->required();
     gvaUpdate->callback([&settings, &run, deviceId] {

@@ -1,15 +1,33 @@
 #include "Command.h"
 
 #include <iostream>
+#include <memory>
 
 #include "Json.h"
+#include "Sensitivity.h"
 #include "VellmarkMessageId.pb.h"
 
 namespace Ctl {
 
-void PrintJson(google::protobuf::Message const& message, bool pretty) {
-    std::string json = VellmarkJson::Print(message, pretty);
+void PrintJson(google::protobuf::Message const& message, Settings const& settings) {
+    std::unique_ptr<google::protobuf::Message> masked;
+    if (!settings.showSecrets) {
+        masked.reset(message.New());
+        masked->CopyFrom(message);
+        VellmarkAdmin::Mask(*masked);
+    }
+    std::string json = VellmarkJson::Print(masked ? *masked : message, settings.pretty);
     PrintText(json.empty() ? "{}" : json);
+}
+
+void PrintJson(std::string const& json, google::protobuf::Message& message,
+               Settings const& settings) {
+    std::string const problem = VellmarkJson::Parse(json, message);
+    if (!problem.empty()) {
+        throw BadInput("vellmarkd sent what is not a " + message.GetDescriptor()->name() +
+                       " document: " + problem);
+    }
+    PrintJson(message, settings);
 }
 
 void PrintText(std::string const& text) {

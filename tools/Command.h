@@ -22,6 +22,9 @@ enum Exit : int {
 struct Settings {
     double timeoutSeconds = 5;
     bool pretty = false;
+    // Print tokens, identifiers and user names in clear; masked otherwise.
+    bool showSecrets = false;
+    // The bound of every wait; 0 means none.
     std::chrono::milliseconds Timeout() const {
         return std::chrono::milliseconds(static_cast<long long>(timeoutSeconds * 1000));
     }
@@ -33,8 +36,13 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Writes `message` as one JSON document on standard output.
-void PrintJson(google::protobuf::Message const& message, bool pretty);
+// Writes `message` as one JSON document on standard output, its sensitive fields masked
+// unless the settings ask for them in clear.
+void PrintJson(google::protobuf::Message const& message, Settings const& settings);
+// Writes `json`, a document of `message`'s type, as PrintJson writes that message. Throws
+// BadInput when it is not one.
+void PrintJson(std::string const& json, google::protobuf::Message& message,
+               Settings const& settings);
 // Writes `text` (already JSON) on standard output.
 void PrintText(std::string const& text);
 // Parses the JSON file `path` ("-": standard input) as `message`. Throws BadInput.

@@ -13,8 +13,14 @@ namespace Ctl {
 using Run = std::function<int()>;
 
 // get, subscribe, store-presets, account, gva: through libVellmarkClient.
-void AddClientCommands(CLI::App& app, Settings const& settings, Run& run);
+void AddClientCommands(CLI::App& app, Settings& settings, Run& run);
 // admin ..., monitor: through vellmarkd's admin endpoint.
-void AddAdminCommands(CLI::App& app, Settings const& settings, Run& run);
+void AddAdminCommands(CLI::App& app, Settings& settings, Run& run);
+
+// Gives `command` the --show-secrets flag (commands that print the service's data).
+inline void AddShowSecrets(CLI::App& command, Settings& settings) {
+    command.add_flag("--show-secrets", settings.showSecrets,
+                     "print tokens, identifiers and user names in clear (masked by default)");
+}
 
 }  // namespace Ctl

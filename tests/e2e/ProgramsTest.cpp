@@ -8,12 +8,19 @@ namespace {
 
 class Programs : public ServiceTest {};
 
-TEST_F(Programs, GetPrintsTheResourceAsJson) {
+TEST_F(Programs, GetPrintsTheResourceAsJsonMaskedUnlessSecretsAreAskedFor) {
     StartService();
     auto ctl = Ctl({"get", "sources"});
     ASSERT_EQ(ctl->ExitCode(), 0) << ctl->Errors();
     VellmarkPB::sources printed;
     ASSERT_EQ(VellmarkJson::Parse(ctl->Output(), printed), "") << ctl->Output();
+    VellmarkPB::sources masked = SeedDocument().sources();
+    VellmarkAdmin::Mask(masked);
+    EXPECT_TRUE(Same(printed, masked));
+
+    auto clear = Ctl({"get", "sources", "--show-secrets"});
+    ASSERT_EQ(clear->ExitCode(), 0) << clear->Errors();
+    ASSERT_EQ(VellmarkJson::Parse(clear->Output(), printed), "") << clear->Output();
     EXPECT_TRUE(Same(printed, SeedDocument().sources()));
 }
 
@@ -149,7 +156,7 @@ TEST_F(Programs, TheServiceStopsCleanlyOnSigtermAndKeepsItsData) {
     struct stat info {};
     EXPECT_NE(::stat((Folder() + "/Vellmark.sock").c_str(), &info), 0);  // socket removed
     StartService(false);
-    auto ctl = Ctl({"get", "presets"});
+    auto ctl = Ctl({"get", "presets", "--show-secrets"});
     ASSERT_EQ(ctl->ExitCode(), 0);
     VellmarkPB::VellmarkPresets printed;
     ASSERT_EQ(VellmarkJson::Parse(ctl->Output(), printed), "");

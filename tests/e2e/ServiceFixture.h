@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -19,6 +20,7 @@
 #include "IPCDirectory.h"
 #include "Inbox.h"
 #include "Json.h"
+#include "Sensitivity.h"
 #include "Task.h"
 #include "VellmarkAdmin.pb.h"
 #include "VellmarkClientAPI.h"
@@ -66,11 +68,15 @@ protected:
     std::string const& Folder() const { return m_folder; }
     std::string StorePath() const { return m_folder + "/vellmark.db"; }
 
-    // Starts vellmarkd on the test's store (seeded from the example document when asked)
-    // and waits until it serves.
-    void StartService(bool seed = true) {
-        std::vector<std::string> arguments{"--db",   StorePath(),   "--runtime-dir",
-                                           m_folder, "--log-level", "2"};
+    // Starts vellmarkd on the test's store (seeded from the example document when asked),
+    // with `extra` arguments (at log level 2 unless they name one), and waits until it
+    // serves.
+    void StartService(bool seed = true, std::vector<std::string> const& extra = {}) {
+        std::vector<std::string> arguments{"--db", StorePath(), "--runtime-dir", m_folder};
+        if (std::find(extra.begin(), extra.end(), "--log-level") == extra.end()) {
+            arguments.insert(arguments.end(), {"--log-level", "2"});
+        }
+        arguments.insert(arguments.end(), extra.begin(), extra.end());
         if (seed) {
             arguments.push_back("--seed");
             arguments.push_back(VELLMARK_SEED_PATH);

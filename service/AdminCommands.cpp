@@ -96,7 +96,7 @@ VellmarkAdmin::Reply VellmarkService::HandleAdmin(IPCRequest const& request) {
         }
     } catch (StoreError const& error) {
         Log().Log(DPrint::Error, "admin request failed: %s", error.what());
-        return Refused(error.what());
+        return Refused("the service's store failed: " + error.Reason());
     } catch (std::invalid_argument const& error) {
         return Refused(error.what());
     }

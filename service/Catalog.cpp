@@ -5,8 +5,11 @@
 #include <ctime>
 #include <stdexcept>
 
+#include "Sensitivity.h"
 #include "VellmarkSources.pb.h"
 
+using VellmarkAdmin::Masked;
+using VellmarkAdmin::Sensitivity;
 using VellmarkPB::Code;
 using VellmarkPB::MessageId;
 
@@ -78,7 +81,7 @@ std::unique_ptr<google::protobuf::Message> Catalog::Read(
         google::protobuf::MessageFactory::generated_factory()->GetPrototype(resource.type)->New());
     auto const bytes = m_store.Resource(resource.name);
     if (bytes && !message->ParsePartialFromString(*bytes)) {
-        throw StoreError("store " + m_store.Path() + ": damaged resource " + resource.name);
+        throw StoreError(m_store.Path(), std::string("damaged resource ") + resource.name);
     }
     return message;
 }
@@ -151,8 +154,9 @@ VellmarkPB::VellmarkAcctOpEnvelope Catalog::CreateServiceAccount(
         return AccountFailure(id, VellmarkPB::CODE_EMPTY_ACCOUNT_ID, "accountID is empty");
     }
     if (m_store.Account(account.accountid())) {
-        return AccountFailure(id, VellmarkPB::CODE_DUPLICATE_ACCOUNT,
-                              "account " + account.accountid() + " exists already");
+        return AccountFailure(
+            id, VellmarkPB::CODE_DUPLICATE_ACCOUNT,
+            "account " + Masked(Sensitivity::AccountId, account.accountid()) + " exists already");
     }
     VellmarkPB::serviceAccounts stored = account;
     std::string const now = Timestamp();
@@ -176,7 +180,7 @@ VellmarkPB::VellmarkAcctOpEnvelope Catalog::UpdateServiceAccount(
     auto stored = m_store.Account(account.accountid());
     if (!stored) {
         return AccountFailure(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT,
-                              "no account " + account.accountid());
+                              "no account " + Masked(Sensitivity::AccountId, account.accountid()));
     }
     // Fields the update leaves out keep their stored values.
     VellmarkPB::serviceAccounts const before = *stored;
@@ -205,7 +209,7 @@ VellmarkPB::VellmarkAcctOpEnvelope Catalog::DeleteServiceAccount(
     auto stored = m_store.Account(request.accountid());
     if (!stored) {
         return AccountFailure(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT,
-                              "no account " + request.accountid());
+                              "no account " + Masked(Sensitivity::AccountId, request.accountid()));
     }
     Store::Transaction transaction(m_store);
     m_store.DeleteAccount(request.accountid());
@@ -235,7 +239,8 @@ Outcome<VellmarkPB::serviceAccounts> Catalog::CreateGVAAccount(
     for (auto const& account : m_store.Accounts()) {
         if (IsGVA(account) && account.tarvpersonid() == request.tarvpersonid()) {
             return Refusal(id, VellmarkPB::CODE_GVA_ACCOUNT_EXISTS,
-                           "person " + request.tarvpersonid() + " has a GVA account already");
+                           "person " + Masked(Sensitivity::PersonId, request.tarvpersonid()) +
+                               " has a GVA account already");
         }
     }
     Store::Transaction transaction(m_store);
@@ -261,7 +266,7 @@ Outcome<VellmarkPB::VellmarkDeleteGVA> Catalog::DeleteGVAAccount(
     auto stored = m_store.Account(request.accountid());
     if (!stored || !IsGVA(*stored)) {
         return Refusal(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT,
-                       "no GVA account " + request.accountid());
+                       "no GVA account " + Masked(Sensitivity::AccountId, request.accountid()));
     }
     Store::Transaction transaction(m_store);
     m_store.DeleteAccount(request.accountid());
@@ -324,7 +329,8 @@ void CheckAccounts(
             throw std::invalid_argument("a service account without accountID");
         }
         if (!ids.insert(account.accountid()).second) {
-            throw std::invalid_argument("service account " + account.accountid() +
+            throw std::invalid_argument("service account " +
+                                        Masked(Sensitivity::AccountId, account.accountid()) +
                                         " appears twice");
         }
     }

@@ -4,7 +4,8 @@
 // Every operation that writes does so in one transaction and reports, in `changed`, the
 // resources whose content changed, so that the caller can push their updates once the
 // answer has been sent. Refusals come back as an Error with code 6 and a Code subcode,
-// naming the request's identifier; nothing is written then.
+// naming the request's identifier; nothing is written then. Their texts name accounts and
+// persons in masked form, since they reach the service's log and every tool's output.
 //
 // Decisions of this service:
 // - A service account appears as a source: create and update put a source with the

@@ -64,8 +64,15 @@ DPrint& VellmarkService::Log() {
 }
 
 VellmarkService::VellmarkService(std::string const& dbPath,
-                                 std::optional<VellmarkAdmin::StoreDocument> seed)
-    : m_store(dbPath), m_catalog(m_store), m_task("vellmarkd") {
+                                 std::optional<VellmarkAdmin::StoreDocument> seed,
+                                 Settings settings)
+    : m_store(dbPath, settings.store), m_catalog(m_store), m_task("vellmarkd") {
+    if (auto const mode = m_store.TightenedFrom()) {
+        Log().Log(DPrint::Warning,
+                  "the store %s was readable by group or others (mode %03o); made it private "
+                  "to its owner",
+                  dbPath.c_str(), *mode);
+    }
     if (seed) {
         Changes changed;
         m_catalog.Seed(*seed, changed);
@@ -90,15 +97,16 @@ VellmarkService::VellmarkService(std::string const& dbPath,
         });
     };
     service.onRequest = [this](IPCRequest const& request) {
-        m_monitor.Report("in", request.session->Id(), "request", request.id, request.envelope);
+        m_monitor.Received(request.session->Id(), "request", request.id, request.envelope);
         Post([this, request] { HandleRequest(request); });
     };
     service.onMessage = [this](IPCServer::SessionPtr const& session, unsigned int id,
                                IPCMessageEnvelope const& envelope) {
-        m_monitor.Report("in", session->Id(), "one-way", id, envelope);
+        m_monitor.Received(session->Id(), "one-way", id, envelope);
         Post([this, session, id, envelope] { HandleOneWay(session, id, envelope); });
     };
-    m_server = std::make_unique<IPCServer>(VellmarkAdmin::kServiceEndpoint, std::move(service));
+    m_server = std::make_unique<IPCServer>(VellmarkAdmin::kServiceEndpoint, std::move(service),
+                                           std::move(settings.service));
 
     IPCServer::Handlers admin;
     admin.onRequest = [this](IPCRequest const& request) {
@@ -107,7 +115,8 @@ VellmarkService::VellmarkService(std::string const& dbPath,
             request.Respond(EnvelopeOf(reply));
         });
     };
-    m_admin = std::make_unique<IPCServer>(VellmarkAdmin::kAdminEndpoint, std::move(admin));
+    m_admin = std::make_unique<IPCServer>(VellmarkAdmin::kAdminEndpoint, std::move(admin),
+                                          std::move(settings.admin));
 }
 
 VellmarkService::~VellmarkService() {
@@ -149,7 +158,7 @@ void VellmarkService::HandleRequest(IPCRequest const& request) {
         }
     } catch (StoreError const& error) {
         Log().Log(DPrint::Error, "request %u failed: %s", request.id, error.what());
-        Fail(request, InternalError(request.id, error.what()));
+        Fail(request, InternalError(request.id, "the service's store failed: " + error.Reason()));
     }
 }
 
@@ -273,9 +282,8 @@ void VellmarkService::HandleOneWay(std::shared_ptr<IPCServerSession> const& sess
 void VellmarkService::Answer(IPCRequest const& request, google::protobuf::Message const& reply) {
     auto const envelope = EnvelopeOf(reply);
     auto send = [this, request, envelope] {
-        if (request.Respond(envelope)) {
-            m_monitor.Report("out", request.session->Id(), "response", request.id, envelope);
-        }
+        m_monitor.Send(request.session->Id(), "response", request.id, envelope,
+                       [&] { return request.Respond(envelope); });
     };
     AfterDelayOf(request.id, std::move(send));
 }
@@ -284,9 +292,8 @@ void VellmarkService::NotifyRequester(IPCRequest const& request, unsigned int id
                                       google::protobuf::Message const& message) {
     auto const envelope = EnvelopeOf(message);
     auto send = [this, session = request.session, id, envelope] {
-        if (session->Notify(id, envelope)) {
-            m_monitor.Report("out", session->Id(), "notification", id, envelope);
-        }
+        m_monitor.Send(session->Id(), "notification", id, envelope,
+                       [&] { return session->Notify(id, envelope); });
     };
     AfterDelayOf(request.id, std::move(send));
 }
@@ -306,10 +313,8 @@ void VellmarkService::Broadcast(Changes const& changed) {
         if (!resource || resource->updateId == 0) continue;
         auto const envelope = EnvelopeOf(*m_catalog.Read(*resource));
         for (auto const& session : m_server->Sessions()) {
-            if (session->Notify(resource->updateId, envelope)) {
-                m_monitor.Report("out", session->Id(), "notification", resource->updateId,
-                                 envelope);
-            }
+            m_monitor.Send(session->Id(), "notification", resource->updateId, envelope,
+                           [&] { return session->Notify(resource->updateId, envelope); });
         }
     }
 }

@@ -27,9 +27,17 @@
 
 class VellmarkService {
 public:
+    struct Settings {
+        Store::Options store;
+        // Who may connect to the product's endpoint and to the admin endpoint.
+        IPCServer::Options service;
+        IPCServer::Options admin;
+    };
+
     // Opens the store at `dbPath` (StoreError), replaces its content with `seed` when
     // given, and serves both endpoints (std::system_error when a socket cannot be made).
-    VellmarkService(std::string const& dbPath, std::optional<VellmarkAdmin::StoreDocument> seed);
+    VellmarkService(std::string const& dbPath, std::optional<VellmarkAdmin::StoreDocument> seed,
+                    Settings settings = Settings());
     // Stops.
     ~VellmarkService();
     VellmarkService(VellmarkService const&) = delete;

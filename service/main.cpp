@@ -1,8 +1,14 @@
 // vellmarkd: the reference Vellmark service, in the foreground, logging to standard error.
+#include <grp.h>
+#include <pwd.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 
@@ -24,6 +30,50 @@ std::string DefaultStorePath() {
         base = ".";
     }
     return (base / "vellmarkd" / "vellmark.db").string();
+}
+
+// Makes the store's folder and its missing parents, private to the service's user (0700):
+// the store holds the product's tokens.
+void MakePrivateFolders(std::filesystem::path const& folder) {
+    std::filesystem::path made;
+    for (auto const& part : folder) {
+        made /= part;
+        if (::mkdir(made.c_str(), 0700) != 0 && errno != EEXIST) {
+            throw std::runtime_error("cannot make the folder " + made.string() + ": " +
+                                     std::strerror(errno));
+        }
+    }
+}
+
+// A user or group given as a number or a name.
+template <class Id>
+Id IdOf(std::string const& text, Id (*byName)(std::string const&)) {
+    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) {
+        return byName(text);
+    }
+    errno = 0;
+    unsigned long const number = std::strtoul(text.c_str(), nullptr, 10);
+    if (errno != 0 || number >= static_cast<unsigned long>(static_cast<Id>(-1))) {
+        throw CLI::ValidationError("\"" + text + "\" is not a user or group number");
+    }
+    return static_cast<Id>(number);
+}
+
+uid_t UserByName(std::string const& name) {
+    if (passwd const* entry = ::getpwnam(name.c_str())) return entry->pw_uid;
+    throw CLI::ValidationError("no user \"" + name + "\"");
+}
+
+gid_t GroupByName(std::string const& name) {
+    if (group const* entry = ::getgrnam(name.c_str())) return entry->gr_gid;
+    throw CLI::ValidationError("no group \"" + name + "\"");
+}
+
+// The service's own user and root, then `others`.
+std::vector<uid_t> UsersWith(std::vector<std::string> const& others) {
+    std::vector<uid_t> users{::getuid(), 0};
+    for (auto const& user : others) users.push_back(IdOf(user, UserByName));
+    return users;
 }
 
 }  // namespace
@@ -49,9 +99,38 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(0, 4))
         ->capture_default_str();
     app.add_option("--runtime-dir", runtimeDir,
-                   "folder of the sockets (default: $TARV_RUNTIME_DIR, else /run/tarv)");
+                   "folder of the sockets (default: $TARV_RUNTIME_DIR, else /run/tarv); it "
+                   "must not be writable by every user, and is made private when missing");
+    std::vector<std::string> allowUsers;
+    std::vector<std::string> allowGroups;
+    std::vector<std::string> adminAllowUsers;
+    app.add_option("--allow-user", allowUsers,
+                   "also let this user (UID or name) connect to the Vellmark endpoint; "
+                   "repeatable (default: the service's own user and root). The user must "
+                   "also be able to open the socket file (0660), e.g. as a member of its group")
+        ->take_all();
+    app.add_option("--allow-group", allowGroups,
+                   "also let members of this group (GID or name) connect to the Vellmark "
+                   "endpoint; repeatable. The socket file is given to the first of them")
+        ->take_all();
+    app.add_option("--admin-allow-user", adminAllowUsers,
+                   "also let this user (UID or name) use the admin endpoint; repeatable "
+                   "(default: the service's own user and root)")
+        ->take_all();
+    std::uint64_t maxStoreBytes = 0;
+    app.add_option("--max-store-bytes", maxStoreBytes,
+                   "the largest the store may grow, e.g. 64M (default: no limit); a write "
+                   "past it is refused as on a full disk")
+        ->transform(CLI::AsSizeValue(false));
+    VellmarkService::Settings settings;
     try {
         app.parse(argc, argv);
+        settings.service.allowedUsers = UsersWith(allowUsers);
+        for (auto const& group : allowGroups) {
+            settings.service.allowedGroups.push_back(IdOf(group, GroupByName));
+        }
+        settings.admin.allowedUsers = UsersWith(adminAllowUsers);
+        settings.store.maxBytes = maxStoreBytes;
     } catch (CLI::CallForHelp const& help) {
         return app.exit(help);
     } catch (CLI::ParseError const& error) {
@@ -88,9 +167,8 @@ int main(int argc, char** argv) {
     std::unique_ptr<VellmarkService> service;
     try {
         auto const folder = std::filesystem::path(db).parent_path();
-        std::error_code ignored;
-        if (!folder.empty()) std::filesystem::create_directories(folder, ignored);
-        service = std::make_unique<VellmarkService>(db, std::move(seed));
+        if (!folder.empty()) MakePrivateFolders(folder);
+        service = std::make_unique<VellmarkService>(db, std::move(seed), std::move(settings));
     } catch (std::invalid_argument const& error) {
         std::cerr << "vellmarkd: " << seedFile << ": " << error.what() << "\n";
         return 2;

@@ -1,6 +1,15 @@
 #include "Store.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <string_view>
+
+#include "Sensitivity.h"
 
 namespace {
 
@@ -14,6 +23,32 @@ char const kSchema[] =
     "CREATE TABLE accounts(account_id TEXT PRIMARY KEY, position INTEGER NOT NULL,"
     "                      payload BLOB NOT NULL);"
     "CREATE TABLE counters(name TEXT PRIMARY KEY, value INTEGER NOT NULL);";
+
+// Makes the store's file 0600 when there is none, so that SQLite, which gives its -wal and
+// -shm files the store's mode, never makes any of them readable by others. Returns the mode
+// an existing file had when it was readable by group or others, after tightening it (and
+// any -wal or -shm file beside it).
+std::optional<unsigned> MakePrivate(std::string const& path) {
+    int const fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd >= 0) {
+        ::close(fd);
+        return std::nullopt;
+    }
+    struct stat status {};
+    if (errno != EEXIST || ::stat(path.c_str(), &status) != 0) return std::nullopt;
+    if ((status.st_mode & 077) == 0) return std::nullopt;
+    for (char const* suffix : {"", "-wal", "-shm"}) {
+        std::string const file = path + suffix;
+        struct stat each {};
+        if (::stat(file.c_str(), &each) == 0) ::chmod(file.c_str(), each.st_mode & 0700);
+    }
+    return static_cast<unsigned>(status.st_mode & 0777);
+}
+
+// Errors name an account in masked form: they reach logs and clients.
+std::string MaskedAccountId(std::string const& accountId) {
+    return VellmarkAdmin::Masked(VellmarkAdmin::Sensitivity::AccountId, accountId);
+}
 
 }  // namespace
 
@@ -66,14 +101,15 @@ private:
     sqlite3_stmt* m_statement = nullptr;
 };
 
-Store::Store(std::string path) : m_path(std::move(path)) {
+Store::Store(std::string path, Options options) : m_path(std::move(path)) {
+    m_tightenedFrom = MakePrivate(m_path);
     int const opened =
         sqlite3_open_v2(m_path.c_str(), &m_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (opened != SQLITE_OK) {
         std::string const cause = m_db ? sqlite3_errmsg(m_db) : sqlite3_errstr(opened);
         sqlite3_close(m_db);
         m_db = nullptr;
-        throw StoreError("cannot open the store " + m_path + ": " + cause);
+        throw StoreError(m_path, "cannot open: " + cause);
     }
     try {
         sqlite3_extended_result_codes(m_db, 1);
@@ -97,6 +133,11 @@ Store::Store(std::string path) : m_path(std::move(path)) {
         }
         // Every commit reaches the disk before it returns.
         Execute("PRAGMA synchronous=FULL");
+        if (options.maxBytes > 0) {
+            auto const pageSize = static_cast<std::uint64_t>(Number("PRAGMA page_size"));
+            auto const pages = std::max<std::uint64_t>(1, options.maxBytes / pageSize);
+            Execute(("PRAGMA max_page_count=" + std::to_string(pages)).c_str());
+        }
         if (!empty) {
             // Damage anywhere in the file shows here rather than in the middle of a request.
             Statement check(*this, "PRAGMA quick_check");
@@ -128,7 +169,7 @@ void Store::Execute(char const* sql) {
     if (sqlite3_exec(m_db, sql, nullptr, nullptr, &error) != SQLITE_OK) {
         std::string const cause = error ? error : sqlite3_errmsg(m_db);
         sqlite3_free(error);
-        throw StoreError("store " + m_path + ": " + cause);
+        throw StoreError(m_path, cause);
     }
 }
 
@@ -139,12 +180,12 @@ std::int64_t Store::Number(char const* sql) const {
 }
 
 void Store::Fail(std::string const& what) const {
-    std::string message = "store " + m_path + ": " + what;
+    std::string reason = what;
     int const code = sqlite3_errcode(m_db);
     if (code != SQLITE_OK && code != SQLITE_ROW && code != SQLITE_DONE) {
-        message += std::string(" (") + sqlite3_errmsg(m_db) + ")";
+        reason += std::string(" (") + sqlite3_errmsg(m_db) + ")";
     }
-    throw StoreError(message);
+    throw StoreError(m_path, reason);
 }
 
 std::optional<std::string> Store::Resource(std::string const& name) const {
@@ -168,7 +209,7 @@ std::vector<VellmarkPB::serviceAccounts> Store::Accounts() const {
     while (select.Step()) {
         accounts.emplace_back();
         if (!accounts.back().ParseFromString(select.Blob(1))) {
-            Fail("damaged account " + select.Text(0));
+            Fail("damaged account " + MaskedAccountId(select.Text(0)));
         }
     }
     return accounts;
@@ -179,7 +220,9 @@ std::optional<VellmarkPB::serviceAccounts> Store::Account(std::string const& acc
     select.Bind(1, accountID);
     if (!select.Step()) return std::nullopt;
     VellmarkPB::serviceAccounts account;
-    if (!account.ParseFromString(select.Blob(0))) Fail("damaged account " + accountID);
+    if (!account.ParseFromString(select.Blob(0))) {
+        Fail("damaged account " + MaskedAccountId(accountID));
+    }
     return account;
 }
 

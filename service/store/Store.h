@@ -10,6 +10,10 @@
 // store of ours, one that is damaged, and one written by a newer version; it never
 // replaces what it cannot read. A new file is made when none exists.
 //
+// The store holds the product's tokens, so its files are its owner's alone: a new store
+// (and with it SQLite's -wal and -shm files, which take the store's mode) is made 0600,
+// and an existing one that group or others may read is tightened to its owner's bits.
+//
 // Not thread-safe: one thread uses a Store (vellmarkd: its own task).
 #include <sqlite3.h>
 
@@ -22,20 +26,38 @@
 
 #include "VellmarkServiceAccounts.pb.h"
 
+// What went wrong with the store. what() names the file, for the service's own log;
+// Reason() does not, for errors sent to clients, which must not learn the host's paths.
 class StoreError : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    StoreError(std::string const& path, std::string reason)
+        : std::runtime_error("store " + path + ": " + reason), m_reason(std::move(reason)) {}
+    std::string const& Reason() const { return m_reason; }
+
+private:
+    std::string m_reason;
+};
+
+struct StoreOptions {
+    // The largest the store may grow, in bytes (0: no limit). A write that would pass it
+    // fails like one on a full disk, and nothing of it is kept.
+    std::uint64_t maxBytes = 0;
 };
 
 class Store {
 public:
+    using Options = StoreOptions;
+
     // Opens or creates the store at `path`. Throws StoreError.
-    explicit Store(std::string path);
+    explicit Store(std::string path, Options options = Options());
     ~Store();
     Store(Store const&) = delete;
     Store& operator=(Store const&) = delete;
 
     std::string const& Path() const { return m_path; }
+    // The mode the store's file had when opening found it readable by group or others and
+    // tightened it; nothing otherwise.
+    std::optional<unsigned> TightenedFrom() const { return m_tightenedFrom; }
 
     // The serialized message stored under `name`, or nothing when none was ever stored.
     std::optional<std::string> Resource(std::string const& name) const;
@@ -77,5 +99,6 @@ private:
     [[noreturn]] void Fail(std::string const& what) const;
 
     std::string const m_path;
+    std::optional<unsigned> m_tightenedFrom;
     sqlite3* m_db = nullptr;
 };

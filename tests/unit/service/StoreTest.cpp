@@ -1,6 +1,7 @@
 #include "Store.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <string>
@@ -255,6 +256,68 @@ TEST_F(StoreTest, CreatesAnEmptyStoreWhenTheFileDoesNotExist) {
     EXPECT_TRUE(std::filesystem::exists(path));
     Store reopened(path);
     EXPECT_TRUE(reopened.Accounts().empty());
+}
+
+}  // namespace
+
+namespace {
+
+unsigned ModeOf(std::string const& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) return 0;
+    return status.st_mode & 07777;
+}
+
+TEST_F(StoreTest, ANewStoreAndItsJournalAreTheOwnersAlone) {
+    ::umask(0);  // the loosest a process may run with
+    {
+        Store store(path);
+        EXPECT_FALSE(store.TightenedFrom().has_value());
+        store.PutResource("sources", "x");
+        EXPECT_EQ(ModeOf(path), 0600u);
+        ASSERT_TRUE(std::filesystem::exists(path + "-wal"));
+        EXPECT_EQ(ModeOf(path + "-wal"), 0600u);
+        EXPECT_FALSE(std::filesystem::exists(path + "-shm"));
+    }
+    ::umask(022);
+    EXPECT_EQ(ModeOf(path), 0600u);
+}
+
+TEST_F(StoreTest, AStoreOthersCanReadIsTightenedToItsOwnersBitsAndSaysFromWhat) {
+    { Store store(path); }
+    ASSERT_EQ(::chmod(path.c_str(), 0664), 0);
+    WriteBytes(path + "-shm", "");
+    ASSERT_EQ(::chmod((path + "-shm").c_str(), 0644), 0);
+    {
+        Store store(path);
+        EXPECT_EQ(store.TightenedFrom(), 0664u);
+        EXPECT_EQ(ModeOf(path), 0600u);
+        EXPECT_EQ(ModeOf(path + "-shm"), 0600u);
+    }
+    Store again(path);
+    EXPECT_FALSE(again.TightenedFrom().has_value());
+}
+
+TEST_F(StoreTest, AWritePastTheSizeLimitFailsAsOnAFullDiskAndKeepsNothing) {
+    Store store(path, StoreOptions{64 * 1024});
+    std::string const big(10 * 1024, 'b');
+    int stored = 0;
+    try {
+        for (; stored < 20; ++stored) {
+            Store::Transaction transaction(store);
+            store.PutResource("r" + std::to_string(stored), big);
+            transaction.Commit();
+        }
+        ADD_FAILURE() << "200 KB went into a 64 KB store";
+    } catch (StoreError const& error) {
+        EXPECT_NE(error.Reason().find("database or disk is full"), std::string::npos)
+            << error.what();
+        EXPECT_EQ(error.Reason().find(path), std::string::npos) << error.Reason();
+        EXPECT_NE(std::string(error.what()).find(path), std::string::npos) << error.what();
+    }
+    EXPECT_GT(stored, 0);
+    EXPECT_FALSE(store.Resource("r" + std::to_string(stored)).has_value());
+    EXPECT_TRUE(store.Resource("r0").has_value());
 }
 
 }  // namespace

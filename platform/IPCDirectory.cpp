@@ -1,5 +1,7 @@
 #include "IPCDirectory.h"
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 
 IPCDirectory& IPCDirectory::Get() {
@@ -23,4 +25,22 @@ std::string IPCDirectory::RuntimeFolder() const {
 void IPCDirectory::SetRuntimeFolder(std::string folder) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_folder = std::move(folder);
+}
+
+std::vector<uid_t> IPCDirectory::TrustedServerUsers() const {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_trustedServers.empty()) return m_trustedServers;
+    }
+    std::vector<uid_t> users{0};
+    struct stat folder {};
+    if (::stat(RuntimeFolder().c_str(), &folder) == 0 && folder.st_uid != 0) {
+        users.push_back(folder.st_uid);
+    }
+    return users;
+}
+
+void IPCDirectory::SetTrustedServerUsers(std::vector<uid_t> users) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_trustedServers = std::move(users);
 }

@@ -4,11 +4,19 @@
 // Every service listens on a Unix socket named after it, "<name>.sock", in one runtime
 // folder: the value of the environment variable TARV_RUNTIME_DIR, or /run/tarv when it is
 // unset or empty. A program (or a test) may choose another folder with SetRuntimeFolder.
+//
+// Whoever can write to the runtime folder can put a socket of their own in a service's
+// place, so a client talks only to a server that runs as root or as the folder's owner
+// (checked on every connection with SO_PEERCRED); SetTrustedServerUsers names others.
+//
 // Endpoint handles are shared and immutable, so any thread may use them; the directory's
 // operations may be called from any thread.
+#include <sys/types.h>
+
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 class IPCEndpoint {
 public:
@@ -41,9 +49,16 @@ public:
     // environment's choice.
     void SetRuntimeFolder(std::string folder);
 
+    // The users a client accepts as the server of an endpoint: root and the owner of the
+    // runtime folder (root alone while the folder does not exist), or those set below.
+    std::vector<uid_t> TrustedServerUsers() const;
+    // Accepts exactly `users` from now on; an empty list goes back to the default.
+    void SetTrustedServerUsers(std::vector<uid_t> users);
+
 private:
     IPCDirectory() = default;
 
     mutable std::mutex m_mutex;
     std::string m_folder;
+    std::vector<uid_t> m_trustedServers;
 };

@@ -20,6 +20,7 @@
 #include "IPCDirectory.h"
 #include "transport/IPCLog.h"
 #include "transport/IoService.h"
+#include "transport/RefusalLog.h"
 
 using Tarv::IPCFrame;
 
@@ -57,19 +58,59 @@ bool Answers(std::string const& path) {
     return answers;
 }
 
-// Makes the runtime folder when missing, and clears the way for a new socket file.
-void PrepareSocketPath(std::string const& path) {
+// Makes `folder` and its missing parents with `mode`, exactly (the umask aside).
+void MakeFolders(std::filesystem::path const& folder, mode_t mode) {
+    std::filesystem::path made;
+    for (auto const& part : folder) {
+        made /= part;
+        if (::mkdir(made.c_str(), mode) == 0) {
+            ::chmod(made.c_str(), mode);
+        } else if (errno != EEXIST) {
+            throw PathError(errno, "cannot make the runtime folder", made);
+        }
+    }
+}
+
+// A runtime folder that every user may write to lets any of them take the service's place
+// (or squat its socket name): refused, with what to do instead.
+void CheckFolder(std::filesystem::path const& folder) {
+    struct stat status {};
+    if (::stat(folder.c_str(), &status) != 0) {
+        throw PathError(errno, "cannot use the runtime folder", folder);
+    }
+    if (!S_ISDIR(status.st_mode)) throw PathError(ENOTDIR, "not a folder:", folder);
+    if (status.st_mode & S_IWOTH) {
+        throw PathError(EPERM,
+                        "refusing a runtime folder that every user may write to (any of them "
+                        "could put a socket in the service's place); use a private folder "
+                        "(TARV_RUNTIME_DIR, --runtime-dir) or remove that permission "
+                        "(chmod o-w):",
+                        folder);
+    }
+}
+
+// Makes or checks the runtime folder, and clears the way for a new socket file.
+void PrepareSocketPath(std::string const& path, mode_t folderMode) {
     std::filesystem::path const folder = std::filesystem::path(path).parent_path();
-    std::error_code error;
-    if (!folder.empty() && !std::filesystem::exists(folder, error)) {
-        std::filesystem::create_directories(folder, error);
-        if (error) throw PathError(error.value(), "cannot make the runtime folder", folder);
-        ::chmod(folder.c_str(), 0770);
+    if (!folder.empty()) {
+        struct stat status {};
+        if (::stat(folder.c_str(), &status) != 0 && errno == ENOENT) {
+            MakeFolders(folder, folderMode);
+            IPCLog().Log(DPrint::Info, "made the runtime folder %s (mode %o)", folder.c_str(),
+                         static_cast<unsigned>(folderMode));
+        }
+        CheckFolder(folder);
     }
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) return;
-    if (!S_ISSOCK(status.st_mode)) throw PathError(EEXIST, "not a socket, left alone:", path);
-    if (Answers(path)) throw PathError(EADDRINUSE, "another server answers at", path);
+    if (S_ISLNK(status.st_mode)) {
+        // Never ours to keep: a link would make the socket land wherever it points.
+        IPCLog().Log(DPrint::Info, "removing the symbolic link at %s", path.c_str());
+    } else if (!S_ISSOCK(status.st_mode)) {
+        throw PathError(EEXIST, "a file that is not a socket is in the way, left alone:", path);
+    } else if (Answers(path)) {
+        throw PathError(EADDRINUSE, "another server answers at", path);
+    }
     ::unlink(path.c_str());
 }
 
@@ -88,7 +129,7 @@ public:
     }
 
     void Open() {
-        PrepareSocketPath(m_path);
+        PrepareSocketPath(m_path, AllowsOthers() ? 0711 : 0700);
         asio::error_code error;
         asio::local::stream_protocol::endpoint address;
         try {
@@ -104,6 +145,15 @@ public:
             int const chmodError = errno;
             ::unlink(m_path.c_str());
             throw PathError(chmodError, "cannot restrict the socket", m_path);
+        }
+        // Members of an allowed group must be able to open the socket file.
+        if (!m_options.allowedGroups.empty() &&
+            ::chown(m_path.c_str(), static_cast<uid_t>(-1), m_options.allowedGroups.front()) != 0) {
+            IPCLog().Log(DPrint::Warning,
+                         "server %s: cannot give the socket to group %u (%s); members of the "
+                         "allowed groups outside the service's own group cannot open it",
+                         m_name.c_str(), static_cast<unsigned>(m_options.allowedGroups.front()),
+                         std::strerror(errno));
         }
         m_acceptor.listen(asio::socket_base::max_listen_connections, error);
         if (error) {
@@ -152,9 +202,26 @@ public:
     }
 
 private:
-    bool Allowed(uid_t uid) const {
+    // True when users other than the server's own and root may connect.
+    bool AllowsOthers() const {
+        if (!m_options.allowedGroups.empty()) return true;
+        for (uid_t uid : m_options.allowedUsers) {
+            if (uid != 0 && uid != ::getuid()) return true;
+        }
+        return false;
+    }
+
+    bool Allowed(Tarv::PeerCredentials const& peer, int fd) const {
         auto const& users = m_options.allowedUsers;
-        return std::find(users.begin(), users.end(), uid) != users.end();
+        if (std::find(users.begin(), users.end(), peer.uid) != users.end()) return true;
+        auto const& groups = m_options.allowedGroups;
+        if (groups.empty()) return false;
+        auto const allowedGroup = [&groups](gid_t gid) {
+            return std::find(groups.begin(), groups.end(), gid) != groups.end();
+        };
+        if (allowedGroup(peer.gid)) return true;
+        auto const peerGroups = Tarv::ReadPeerGroups(fd);
+        return std::any_of(peerGroups.begin(), peerGroups.end(), allowedGroup);
     }
 
     void Accept() {
@@ -177,9 +244,11 @@ private:
         if (Stopped()) return;
         int const fd = socket.release();
         auto const peer = Tarv::ReadPeerCredentials(fd);
-        if (!peer || !Allowed(peer->uid)) {
-            IPCLog().Log(DPrint::Warning, "server %s: refused a connection from pid %d uid %d",
-                         m_name.c_str(), peer ? int(peer->pid) : -1, peer ? int(peer->uid) : -1);
+        if (!peer || !Allowed(*peer, fd)) {
+            auto const line =
+                m_refusals.Refused(peer ? peer->uid : static_cast<uid_t>(-1), peer ? peer->pid : -1,
+                                   Tarv::RefusalLog::Clock::now());
+            if (line) IPCLog().Log(DPrint::Warning, "server %s: %s", m_name.c_str(), line->c_str());
             ::close(fd);
             return;
         }
@@ -255,6 +324,7 @@ private:
     bool m_stopped = false;
     std::uint64_t m_lastSession = 0;
     std::map<std::uint64_t, SessionPtr> m_sessions;
+    Tarv::RefusalLog m_refusals;  // the IO thread's
 };
 
 IPCServer::IPCServer(std::string const& name, Handlers handlers, Options options)

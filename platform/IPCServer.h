@@ -3,11 +3,17 @@
 // directory: accepts connections, checks who connects, and hands every request and
 // one-way message of every connection to its handlers; it can push notifications.
 //
-// The socket is "<name>.sock" in the directory's runtime folder, which is made (0770)
-// when missing. The socket file allows its owner and group only (0660). A socket file
-// left by a process that died is replaced; one where another server answers is not.
+// The socket is "<name>.sock" in the directory's runtime folder. A folder that other users
+// may write to is refused: any of them could put a socket of their own in the service's
+// place. A missing folder is made private (0700; 0711 when other users or groups are
+// allowed, so that they can reach the socket). The socket file allows its owner and group
+// only (0660); with allowed groups, its group is the first of them. A socket file left by a
+// process that died, or a symbolic link, is replaced; a live server's socket or a file of
+// another kind is not.
 // A connecting process is accepted only when its user, as the kernel reports it
-// (SO_PEERCRED), is one of the allowed users: by default the server's own user and root.
+// (SO_PEERCRED), is one of the allowed users (by default the server's own user and root) or
+// it belongs to one of the allowed groups. Refusals are logged once per user and minute,
+// then as a count.
 //
 // Threads: handlers run on the process's IO thread, one at a time. They should be quick:
 // longer work goes elsewhere and answers later through its IPCRequest, from any thread.
@@ -80,11 +86,14 @@ public:
     struct Options {
         // Users allowed to connect; empty: the server's own user and root.
         std::vector<uid_t> allowedUsers;
+        // Groups whose members (primary or supplementary) are allowed to connect.
+        std::vector<gid_t> allowedGroups;
         Tarv::FramedConnection::Limits limits;
     };
 
-    // Serves `name`. Throws std::system_error, naming the path, when the socket cannot be
-    // made or another server answers there.
+    // Serves `name`. Throws std::system_error, naming the path and what to do, when the
+    // runtime folder is not private, the socket cannot be made or another server answers
+    // there.
     IPCServer(std::string const& name, Handlers handlers, Options options = Options());
     // Stops.
     ~IPCServer();

@@ -1,9 +1,10 @@
 #pragma once
 // The credentials of the process at the other end of a Unix socket, as the kernel
-// recorded them when the connection was made (SO_PEERCRED).
+// recorded them when the connection was made (SO_PEERCRED, SO_PEERGROUPS).
 #include <sys/types.h>
 
 #include <optional>
+#include <vector>
 
 namespace Tarv {
 
@@ -15,5 +16,8 @@ struct PeerCredentials {
 
 // Nothing if `fd` is not a connected Unix socket.
 std::optional<PeerCredentials> ReadPeerCredentials(int fd);
+
+// The peer's supplementary groups; empty when the kernel (or an emulator) cannot tell.
+std::vector<gid_t> ReadPeerGroups(int fd);
 
 }  // namespace Tarv

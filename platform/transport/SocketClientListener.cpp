@@ -9,6 +9,7 @@
 #include "FramedConnection.h"
 #include "IPCLog.h"
 #include "IoService.h"
+#include "PeerCredentials.h"
 
 namespace Tarv {
 
@@ -89,6 +90,13 @@ private:
             return;
         }
         m_waiting = false;
+        if (!TrustsServer()) {
+            asio::error_code ignored;
+            m_socket.close(ignored);
+            RetryLater();
+            return;
+        }
+        m_distrustLogged = false;
         auto connection = FramedConnection::Adopt(m_socket.release(), m_endpoint->Name());
         IPCLog().Log(DPrint::Info, "listener %s: connected to %s", m_listener.c_str(),
                      m_endpoint->Name().c_str());
@@ -98,6 +106,28 @@ private:
         });
         std::lock_guard<std::mutex> lock(m_mutex);
         if (!m_stopped) m_onConnected(connection);
+    }
+
+    // True when the server runs as a user the directory trusts. Otherwise another user may
+    // have put a socket of its own in the service's place: the connection is refused, with
+    // one log line for a run of refusals.
+    bool TrustsServer() {
+        auto const peer = ReadPeerCredentials(m_socket.native_handle());
+        auto const trusted = IPCDirectory::Get().TrustedServerUsers();
+        if (peer && std::find(trusted.begin(), trusted.end(), peer->uid) != trusted.end()) {
+            return true;
+        }
+        if (!m_distrustLogged) {
+            m_distrustLogged = true;
+            std::string users;
+            for (uid_t uid : trusted) users += (users.empty() ? "" : ", ") + std::to_string(uid);
+            IPCLog().Log(DPrint::Warning,
+                         "listener %s: refused the server at %s: it runs as uid %d, not as a "
+                         "trusted user (uid %s: root and the owner of the runtime folder)",
+                         m_listener.c_str(), m_endpoint->Path().c_str(),
+                         peer ? static_cast<int>(peer->uid) : -1, users.c_str());
+        }
+        return false;
     }
 
     void Lost() {
@@ -121,6 +151,7 @@ private:
     asio::local::stream_protocol::socket m_socket;
     asio::steady_timer m_timer;
     bool m_waiting = false;
+    bool m_distrustLogged = false;
     std::shared_ptr<FramedConnection> m_connection;
     CallbackConnection m_watch;
 };

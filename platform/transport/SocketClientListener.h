@@ -5,7 +5,9 @@
 // socket; on failure wait one period and try again; on success report the connection and
 // wait for it to end, then wait one period and start again. The listener holds the
 // reported connection until it ends. Waiting for a service is normal: the first failed
-// try of a run is logged at level 2, later ones not at all.
+// try of a run is logged at level 2, later ones not at all. A server that does not run as
+// a user the directory trusts (IPCDirectory::TrustedServerUsers) is not connected to: the
+// first refusal of a run is logged as a warning, and the loop goes on trying.
 #include <chrono>
 #include <memory>
 #include <mutex>

@@ -1,12 +1,15 @@
 #pragma once
 // What the transport's integration tests share: a runtime folder of their own, values
 // handed over by other threads, a scripted server, a client end made of the built-in
-// listener and router, and raw sockets for feeding bad bytes.
+// listener and router, raw sockets for feeding bad bytes, and processes of other users.
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -51,6 +54,14 @@ private:
 };
 
 using Testing::Inbox;
+
+// A Unix socket address for `path`.
+inline sockaddr_un AddressOf(std::string const& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    return address;
+}
 
 inline IPCMessageEnvelope Bytes(std::string payload) {
     IPCMessageEnvelope envelope;
@@ -145,10 +156,7 @@ class RawClient {
 public:
     RawClient() {
         m_fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::string const path = IPCDirectory::Get().Lookup(kService)->Path();
-        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        sockaddr_un address = AddressOf(IPCDirectory::Get().Lookup(kService)->Path());
         connected = ::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
     }
     ~RawClient() { Close(); }
@@ -181,6 +189,46 @@ public:
 
 private:
     int m_fd = -1;
+};
+
+// A process of its own running as another user: it takes `uid`, `gid` and the
+// supplementary `groups`, runs `body`, then waits to be killed (when the object goes).
+// Needs root. `body` runs in a forked child of a threaded process, so it may only make
+// system calls: prepare everything else before.
+class OtherUser {
+public:
+    static constexpr uid_t kNobody = 65534;
+
+    OtherUser(uid_t uid, gid_t gid, std::vector<gid_t> const& groups,
+              std::function<void()> const& body) {
+        m_pid = ::fork();
+        if (m_pid != 0) return;
+        if (::setgroups(groups.size(), groups.data()) != 0 || ::setgid(gid) != 0 ||
+            ::setuid(uid) != 0) {
+            ::_exit(3);
+        }
+        body();
+        for (;;) ::pause();
+    }
+    ~OtherUser() {
+        if (m_pid <= 0) return;
+        ::kill(m_pid, SIGKILL);
+        ::waitpid(m_pid, nullptr, 0);
+    }
+    OtherUser(OtherUser const&) = delete;
+    OtherUser& operator=(OtherUser const&) = delete;
+
+private:
+    pid_t m_pid = -1;
+};
+
+// Makes the directory trust exactly `users` as servers while it lives.
+class TrustedServers {
+public:
+    explicit TrustedServers(std::vector<uid_t> users) {
+        IPCDirectory::Get().SetTrustedServerUsers(std::move(users));
+    }
+    ~TrustedServers() { IPCDirectory::Get().SetTrustedServerUsers({}); }
 };
 
 }  // namespace transport_test

@@ -295,7 +295,7 @@ private:
                 }
                 return;
             default:
-                IPCLog().Log(DPrint::Info,
+                IPCLog().Log(DPrint::Warning,
                              "server %s: message %u of kind %s is not for a "
                              "service; dropped",
                              m_name.c_str(), id, IPCFrame::Kind_Name(frame.kind()).c_str());

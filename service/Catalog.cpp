@@ -59,7 +59,8 @@ VellmarkPB::Error Refusal(MessageId id, Code code, std::string const& text) {
     VellmarkPB::Error error;
     error.set_code(6);
     error.set_subcode(code);
-    error.set_messageid(id);
+    // A number that is no MessageId value cannot travel in the field.
+    if (VellmarkPB::MessageId_IsValid(id)) error.set_messageid(id);
     error.set_message(text);
     return error;
 }

@@ -153,13 +153,28 @@ void VellmarkService::HandleRequest(IPCRequest const& request) {
         } else if (GVAErrorId(request.id) != 0) {
             HandleGVA(request);
         } else {
-            Log().Log(DPrint::Warning, "no request is served under identifier %u; not answered",
-                      request.id);
+            RefuseUnknown(request);
         }
     } catch (StoreError const& error) {
         Log().Log(DPrint::Error, "request %u failed: %s", request.id, error.what());
         Fail(request, InternalError(request.id, "the service's store failed: " + error.Reason()));
     }
+}
+
+// A client of the product never sends such a request, so the answer is for whoever wrote
+// one by hand: an Error, where silence would leave them waiting. A client that expected
+// another type drops it as a payload type mismatch.
+void VellmarkService::RefuseUnknown(IPCRequest const& request) {
+    std::string const name = VellmarkAdmin::MessageName(request.id);
+    bool const reserved = name.find("RESERVED") != std::string::npos;
+    Log().Log(DPrint::Warning,
+              "request %u%s from session %llu: the service serves no request under this "
+              "identifier; answered with an Error",
+              request.id, reserved ? " (reserved)" : "",
+              static_cast<unsigned long long>(request.session->Id()));
+    Answer(request,
+           Refusal(static_cast<MessageId>(request.id), VellmarkPB::CODE_UNKNOWN_REQUEST,
+                   "the service serves no request under identifier " + std::to_string(request.id)));
 }
 
 bool VellmarkService::ApplyFault(IPCRequest const& request) {

@@ -67,6 +67,8 @@ private:
     void HandleGVA(IPCRequest const& request);
     void HandleOneWay(std::shared_ptr<IPCServerSession> const& session, unsigned int id,
                       IPCMessageEnvelope const& envelope);
+    // Answers a request under an identifier the service does not serve.
+    void RefuseUnknown(IPCRequest const& request);
     // Fails `request` as planned; false when nothing was planned for it.
     bool ApplyFault(IPCRequest const& request);
     // Fails `request` with `error`, on the error path of its identifier.

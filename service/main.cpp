@@ -94,7 +94,13 @@ int main(int argc, char** argv) {
     int logLevel = DPrint::Flow;
     app.add_option("--db", db, "the store (SQLite), made when missing")->capture_default_str();
     app.add_option("--seed", seedFile,
-                   "replace the store's content with this JSON document at start");
+                   "replace the store's content with this JSON document at start (also makes "
+                   "a new store where an empty file stands)");
+    bool newStore = false;
+    app.add_flag("--new-store", newStore,
+                 "make a new, empty store where an empty file (or an SQLite database without "
+                 "tables) stands at --db; without it such a file is refused, never quietly "
+                 "taken for a store that has lost every account");
     app.add_option("--log-level", logLevel, "0 errors ... 4 every detail")
         ->check(CLI::Range(0, 4))
         ->capture_default_str();
@@ -131,6 +137,7 @@ int main(int argc, char** argv) {
         }
         settings.admin.allowedUsers = UsersWith(adminAllowUsers);
         settings.store.maxBytes = maxStoreBytes;
+        settings.store.newStore = newStore || !seedFile.empty();
     } catch (CLI::CallForHelp const& help) {
         return app.exit(help);
     } catch (CLI::ParseError const& error) {

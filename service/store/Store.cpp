@@ -2,11 +2,14 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string_view>
 
 #include "Sensitivity.h"
@@ -24,25 +27,69 @@ char const kSchema[] =
     "                      payload BLOB NOT NULL);"
     "CREATE TABLE counters(name TEXT PRIMARY KEY, value INTEGER NOT NULL);";
 
+// What opening found at the store's path before SQLite saw it.
+struct Found {
+    bool created = false;
+    // The mode of an existing file that group or others could read, before tightening.
+    std::optional<unsigned> tightenedFrom;
+};
+
 // Makes the store's file 0600 when there is none, so that SQLite, which gives its -wal and
-// -shm files the store's mode, never makes any of them readable by others. Returns the mode
-// an existing file had when it was readable by group or others, after tightening it (and
-// any -wal or -shm file beside it).
-std::optional<unsigned> MakePrivate(std::string const& path) {
+// -shm files the store's mode, never makes any of them readable by others. An existing file
+// (and any -wal or -shm file beside it) that group or others may read is tightened.
+Found MakePrivate(std::string const& path) {
+    Found found;
     int const fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd >= 0) {
         ::close(fd);
-        return std::nullopt;
+        found.created = true;
+        return found;
     }
     struct stat status {};
-    if (errno != EEXIST || ::stat(path.c_str(), &status) != 0) return std::nullopt;
-    if ((status.st_mode & 077) == 0) return std::nullopt;
+    if (errno != EEXIST || ::stat(path.c_str(), &status) != 0) return found;
+    if ((status.st_mode & 077) == 0) return found;
     for (char const* suffix : {"", "-wal", "-shm"}) {
         std::string const file = path + suffix;
         struct stat each {};
         if (::stat(file.c_str(), &each) == 0) ::chmod(file.c_str(), each.st_mode & 0700);
     }
-    return static_cast<unsigned>(status.st_mode & 0777);
+    found.tightenedFrom = static_cast<unsigned>(status.st_mode & 0777);
+    return found;
+}
+
+std::string ModeAndOwner(std::string const& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) return std::strerror(errno);
+    char text[64];
+    std::snprintf(text, sizeof text, "mode %03o, owner uid %u", status.st_mode & 0777,
+                  static_cast<unsigned>(status.st_uid));
+    return text;
+}
+
+// Why this process cannot keep a store at `path`, or "" when nothing stands in the way: a
+// read-only mount, a file it may not write, or a folder it may not write, where SQLite
+// keeps its write-ahead log beside the store.
+std::string WhyNotWritable(std::string const& path) {
+    std::string folder = std::filesystem::path(path).parent_path().string();
+    if (folder.empty()) folder = ".";
+    struct statvfs mount {};
+    if (::statvfs(folder.c_str(), &mount) == 0 && (mount.f_flag & ST_RDONLY)) {
+        return "it is on a read-only file system";
+    }
+    if (::access(path.c_str(), F_OK) == 0 && ::access(path.c_str(), R_OK | W_OK) != 0) {
+        return "the file is read-only to this user (" + ModeAndOwner(path) + ")";
+    }
+    if (::access(folder.c_str(), W_OK | X_OK) != 0) {
+        if (errno == ENOENT) return "its folder does not exist";
+        return "its folder is read-only to this user (" + ModeAndOwner(folder) +
+               "), and SQLite keeps its write-ahead log beside the store";
+    }
+    return {};
+}
+
+// Takes back what opening made of a new store when it failed.
+void RemoveNewFiles(std::string const& path) {
+    for (char const* suffix : {"", "-wal", "-shm"}) ::unlink((path + suffix).c_str());
 }
 
 // Errors name an account in masked form: they reach logs and clients.
@@ -102,7 +149,30 @@ private:
 };
 
 Store::Store(std::string path, Options options) : m_path(std::move(path)) {
-    m_tightenedFrom = MakePrivate(m_path);
+    if (std::string const why = WhyNotWritable(m_path); !why.empty()) {
+        throw StoreError(m_path, "cannot be read and written: " + why);
+    }
+    Found const found = MakePrivate(m_path);
+    m_tightenedFrom = found.tightenedFrom;
+    try {
+        Open(options, found.created);
+    } catch (...) {
+        if (found.created) RemoveNewFiles(m_path);
+        throw;
+    }
+}
+
+void Store::Open(Options const& options, bool created) {
+    // An existing empty file is not a store: taken as a new one, every account would be
+    // gone without a word. It becomes one only when the user asks for a new store.
+    struct stat status {};
+    if (!created && !options.newStore && ::stat(m_path.c_str(), &status) == 0 &&
+        status.st_size == 0) {
+        throw StoreError(m_path,
+                         "an empty file, not a vellmarkd store; it is not taken for a new "
+                         "one, which would start without any account. To make a new store "
+                         "there, start with --new-store (or --seed FILE)");
+    }
     int const opened =
         sqlite3_open_v2(m_path.c_str(), &m_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (opened != SQLITE_OK) {
@@ -123,6 +193,11 @@ Store::Store(std::string path, Options options) : m_path(std::move(path)) {
         bool const empty = Number("SELECT count(*) FROM sqlite_master") == 0;
 
         if (!empty && id != kApplicationId) Fail("not a vellmarkd store");
+        if (empty && !created && !options.newStore && status.st_size > 0) {
+            Fail(
+                "an SQLite database without any table, not a vellmarkd store; to make a new "
+                "store there, start with --new-store (or --seed FILE)");
+        }
         if (schemaVersion > kSchemaVersion) {
             Fail("written by a newer vellmarkd (store version " + std::to_string(schemaVersion) +
                  ")");

@@ -7,8 +7,10 @@
 // it wrote survives a crash of the process or of the machine.
 //
 // Opening refuses, with a StoreError naming the file and the cause, a file that is not a
-// store of ours, one that is damaged, and one written by a newer version; it never
-// replaces what it cannot read. A new file is made when none exists.
+// store of ours, one that is damaged, one written by a newer version, an empty one (unless
+// a new store is asked for), and one this process may not write (saying whether the file,
+// its folder or the mount is read-only); it never replaces what it cannot read. A new file
+// is made when none exists, and taken away again if opening it fails.
 //
 // The store holds the product's tokens, so its files are its owner's alone: a new store
 // (and with it SQLite's -wal and -shm files, which take the store's mode) is made 0600,
@@ -42,6 +44,9 @@ struct StoreOptions {
     // The largest the store may grow, in bytes (0: no limit). A write that would pass it
     // fails like one on a full disk, and nothing of it is kept.
     std::uint64_t maxBytes = 0;
+    // Makes a new store where an empty file (or an SQLite database without tables) stands;
+    // without it such a file is refused, never quietly taken for a new store.
+    bool newStore = false;
 };
 
 class Store {
@@ -93,6 +98,9 @@ public:
 
 private:
     class Statement;
+    // Opens and checks the file, or makes a new store in it; `created` when this process
+    // has just made the file.
+    void Open(Options const& options, bool created);
     void Execute(char const* sql);
     // The first column of the first row of `sql`.
     std::int64_t Number(char const* sql) const;

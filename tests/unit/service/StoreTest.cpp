@@ -321,3 +321,39 @@ TEST_F(StoreTest, AWritePastTheSizeLimitFailsAsOnAFullDiskAndKeepsNothing) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(StoreTest, AnEmptyFileIsRefusedAsAStoreUnlessANewOneIsAskedFor) {
+    WriteBytes(path, "");
+    ExpectRefused(path, "an empty file, not a vellmarkd store");
+    EXPECT_EQ(ReadBytes(path), "");
+    StoreOptions options;
+    options.newStore = true;
+    { Store store(path, options); }
+    Store reopened(path);
+    EXPECT_FALSE(reopened.Resource("sources").has_value());
+}
+
+TEST_F(StoreTest, AStoreInAFolderThatIsNotThereSaysSoAndLeavesNothing) {
+    std::string const missing = folder.File("no/such/folder/store.db");
+    ExpectRefused(missing, "its folder does not exist");
+    EXPECT_FALSE(std::filesystem::exists(folder.File("no")));
+}
+
+TEST_F(StoreTest, AFileMadeForANewStoreIsTakenAwayWhenTheStoreCannotBeMade) {
+    // Too small for the store's own tables.
+    StoreOptions tiny;
+    tiny.maxBytes = 1;
+    EXPECT_THROW(Store store(path, tiny), StoreError);
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_FALSE(std::filesystem::exists(path + "-wal"));
+}
+
+TEST_F(StoreTest, AnExistingFileIsKeptWhenOpeningItFails) {
+    Store first(path);  // holds the store: a second opening fails
+    ExpectRefused(path, "");
+    EXPECT_TRUE(std::filesystem::exists(path));
+}
+
+}  // namespace

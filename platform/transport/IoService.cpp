@@ -1,6 +1,7 @@
 #include "IoService.h"
 
 #include <pthread.h>
+#include <asio/error.hpp>
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 
@@ -21,6 +22,14 @@ std::shared_ptr<IoService> IoService::Shared() {
 }
 
 IoService::IoService() : m_context(std::make_unique<asio::io_context>(1)) {
+    // The handlers run until this object's destructor joins the thread at the process's
+    // exit. The function-local statics they use are made now, before this object is
+    // complete, so that they are destroyed after it (in reverse order of construction);
+    // made first by a handler, they would be gone while the thread still ran.
+    asio::error::get_misc_category();
+    asio::error::get_netdb_category();
+    asio::error::get_addrinfo_category();
+    IPCLog();
     std::promise<std::thread::id> started;
     auto id = started.get_future();
     m_thread = std::thread([this, &started] {

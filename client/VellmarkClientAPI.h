@@ -87,6 +87,16 @@ public:
                               Callback<VellmarkPB::Error> const& onError) override;
     bool IsConnected() override;
 
+    // Not part of VellmarkClientAPIIF: an addition of this library's own. Calls
+    // `onConnected` on the client's task once the client is connected (soon after this
+    // call, if it is already) and again after every reconnection, each time once the new
+    // connection is ready: the GVA error handlers are attached and the calls queued
+    // meanwhile are on their way. A reconnection does not attach the subscriptions of an
+    // earlier connection again; this is where to make them again. May be called from any
+    // thread. Disconnecting the returned handle ends the registration; a call already on its
+    // way to the task is then dropped.
+    CallbackConnection AddConnectionObserver(std::function<void()> onConnected);
+
 private:
     friend class VellmarkClientAPITestPeer;  // unit tests reach the private dumps
 
@@ -168,6 +178,9 @@ private:
     void PrintDeleteResponse(VellmarkPB::VellmarkDeleteGVA const& result);
     void PrintDeleteResponse(VellmarkPB::VellmarkDeleteSrvcAccount const& result);
 
+    // Connection observers (ConnectionObservers.cpp): posts each live one to the task.
+    void NotifyConnectionObservers();
+
     // Errors (Errors.cpp).
     void CreateErrorMsg(VellmarkPB::Error& error, VellmarkPB::Code code);
     void PrintErrorMessage(VellmarkPB::Error const& error);
@@ -245,6 +258,13 @@ private:
     // Set once, by the first good connection, and never cleared. Atomic so that
     // IsConnected() may read it from any thread without a data race.
     std::atomic<bool> m_connected{false};
+    // Those who asked to hear of each connection, touched on the task only; each one's flag
+    // turns false when its handle is disconnected.
+    struct ConnectionObserver {
+        std::function<void()> onConnected;
+        std::shared_ptr<std::atomic<bool>> live;
+    };
+    std::vector<ConnectionObserver> m_connectionObservers;
     // Closed first thing in the destructor; see Guarded.
     std::shared_ptr<LifetimeGuard> m_lifetime = LifetimeGuard::Create();
 };

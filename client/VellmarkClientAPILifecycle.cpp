@@ -70,6 +70,7 @@ void VellmarkClientAPI::Connected(std::shared_ptr<Network::ConnectorSocket> sock
 
     auto onDisconnect = OnTask<void>([this] { HandleDisconnect(); });
     m_router->SetDisconnectHandler(socket, [onDisconnect] { onDisconnect(); });
+    NotifyConnectionObservers();
 }
 
 void VellmarkClientAPI::HandleDisconnect() {

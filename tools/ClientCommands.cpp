@@ -121,7 +121,8 @@ struct SubscribeOptions {
 int Subscribe(Settings const& settings, SubscribeOptions const& options) {
     auto received = std::make_shared<std::atomic<int>>(0);
     Starter const& subscribe = Subscriptions().at(options.resource);
-    return WithClient(
+    CallbackConnection observing;
+    int const code = WithClient(
         settings.Timeout(),
         [&](VellmarkClientAPI& client, IL::Task& task, Outcome& outcome) {
             Printer printer = [&outcome, received, options,
@@ -129,16 +130,20 @@ int Subscribe(Settings const& settings, SubscribeOptions const& options) {
                 PrintJson(update, settings);
                 if (++*received == options.count) outcome.Finish(kOk);
             };
-            // A subscription made before the connection exists is not attached for every
-            // resource, so the first answer of a query shows the connection is up first.
-            client.GetProductSettings(
-                [&client, &task, printer, subscribe,
-                 resource = options.resource](VellmarkPB::ProductSettings const&) {
+            // A new connection attaches none of an earlier one's subscriptions, so each one
+            // subscribes (again), once it is up.
+            auto connections = std::make_shared<int>(0);
+            observing = client.AddConnectionObserver(
+                [&client, &task, printer, subscribe, connections, resource = options.resource] {
                     subscribe(client, printer);
+                    bool const again = ++*connections > 1;
                     // Runs after the subscription's own step on the task: it is in place now.
                     IL::BreakThread(
-                        [resource] {
-                            std::cerr << "vellmarkctl: subscribed to " << resource << std::endl;
+                        [resource, again] {
+                            std::cerr << "vellmarkctl: "
+                                      << (again ? "connected again; subscribed again to "
+                                                : "subscribed to ")
+                                      << resource << std::endl;
                         },
                         &task);
                 });
@@ -150,6 +155,8 @@ int Subscribe(Settings const& settings, SubscribeOptions const& options) {
                       << " updates within " << settings.timeoutSeconds << " s\n";
             return kNoAnswer;
         });
+    observing.Disconnect();
+    return code;
 }
 
 }  // namespace

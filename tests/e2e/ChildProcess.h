@@ -63,11 +63,16 @@ public:
         if (m_pid > 0) ::kill(m_pid, signal);
     }
 
-    // True once standard error holds `text`, false when the bound passed first.
-    bool WaitForError(std::string const& text, std::chrono::milliseconds bound) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, bound,
-                                  [&] { return m_stderr.find(text) != std::string::npos; });
+    // True once standard error holds `text` (`count` times), false when the bound passed
+    // first.
+    bool WaitForError(std::string const& text, std::chrono::milliseconds bound,
+                      std::size_t count = 1) {
+        return WaitFor(m_stderr, text, bound, count);
+    }
+    // The same for standard output.
+    bool WaitForOutput(std::string const& text, std::chrono::milliseconds bound,
+                       std::size_t count = 1) {
+        return WaitFor(m_stdout, text, bound, count);
     }
 
     // The exit status (as waitpid reports it) once the child has ended and both its
@@ -108,6 +113,19 @@ public:
     }
 
 private:
+    static std::size_t Occurrences(std::string const& in, std::string const& text) {
+        std::size_t found = 0;
+        for (auto at = in.find(text); at != std::string::npos; at = in.find(text, at + 1)) {
+            ++found;
+        }
+        return found;
+    }
+    bool WaitFor(std::string const& stream, std::string const& text,
+                 std::chrono::milliseconds bound, std::size_t count) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_changed.wait_for(lock, bound, [&] { return Occurrences(stream, text) >= count; });
+    }
+
     void Drain(int fd, std::string& into) {
         char buffer[4096];
         for (;;) {

@@ -1,0 +1,109 @@
+// The connection observer: an application hears of every new connection on the client's
+// task, once the connection is ready, and nothing the client otherwise does changes.
+#include "ClientTestSupport.h"
+
+namespace {
+
+class ConnectionObserver : public ClientTest {
+protected:
+    int heard = 0;
+    CallbackConnection Observe() {
+        return client->AddConnectionObserver([this] { ++heard; });
+    }
+};
+
+TEST_F(ConnectionObserver, HearsOfEachConnectionOnTheTaskAfterTheQueuedCallsAreSent) {
+    auto handle = Observe();
+    int answered = 0;
+    client->GetSources(Counting<VellmarkPB::sources>(answered));
+    task.RunUntilIdle();
+    EXPECT_EQ(heard, 0);
+
+    driver.Connect();
+    EXPECT_EQ(heard, 0) << "only the task runs it";
+    // Connected, then the replayed query, then the observer.
+    task.RunOne();
+    EXPECT_EQ(heard, 0);
+    task.RunUntilIdle();
+    EXPECT_EQ(heard, 1);
+    ASSERT_EQ(driver.Router()->Sends().size(), 1u);
+    EXPECT_EQ(driver.Router()->Sends()[0].id, 1u);
+
+    driver.Router()->FireDisconnect();
+    task.RunUntilIdle();
+    EXPECT_EQ(heard, 1);
+    Connect();
+    EXPECT_EQ(heard, 2);
+    Connect();
+    EXPECT_EQ(heard, 3);
+}
+
+TEST_F(ConnectionObserver, OneRegisteredWhileConnectedHearsOfThatConnectionAtOnce) {
+    Connect();
+    Observe();
+    task.RunUntilIdle();
+    EXPECT_EQ(heard, 1);
+    Connect();
+    EXPECT_EQ(heard, 2);
+}
+
+TEST_F(ConnectionObserver, AFailedRouterCreationIsNoConnection) {
+    Observe();
+    driver.FailNextRouter();
+    Connect();
+    EXPECT_EQ(heard, 0);
+    Connect();
+    EXPECT_EQ(heard, 1);
+}
+
+TEST_F(ConnectionObserver, DisconnectingTheHandleEndsItEvenForACallOnItsWay) {
+    auto handle = Observe();
+    Connect();
+    EXPECT_EQ(heard, 1);
+    driver.Connect();
+    task.RunOne();  // Connected: the observer's call is posted
+    handle.Disconnect();
+    task.RunUntilIdle();
+    EXPECT_EQ(heard, 1);
+    Connect();
+    EXPECT_EQ(heard, 1);
+}
+
+TEST_F(ConnectionObserver, SubscribingAgainFromTheObserverRenewsASubscriptionAfterAReconnection) {
+    int updates = 0;
+    Callback<VellmarkPB::sources> const onUpdate = Counting<VellmarkPB::sources>(updates);
+    client->AddConnectionObserver(
+        [this, onUpdate] { client->SubscribeSourcesRequest("", onUpdate); });
+    for (int connection = 1; connection <= 3; ++connection) {
+        auto router = Connect();
+        router->Push(8, OneSource("s"));
+        task.RunUntilIdle();
+        EXPECT_EQ(updates, connection);
+        router->FireDisconnect();
+        task.RunUntilIdle();
+    }
+}
+
+TEST_F(ConnectionObserver, ChangesNoLogLineOfTheClient) {
+    Connect();
+    auto const without = Texts();
+    // The same steps on a client with an observer give the same lines.
+    log.Clear();
+    client.reset();
+    client = std::make_unique<VellmarkClientAPI>(&task);
+    Observe();
+    Connect();
+    EXPECT_EQ(Texts(), without);
+    EXPECT_EQ(heard, 1);
+}
+
+TEST_F(ConnectionObserver, NothingIsHeardOnceTheClientIsGone) {
+    Observe();
+    driver.Connect();
+    task.RunOne();
+    client.reset();
+    task.RunUntilIdle();
+    EXPECT_EQ(heard, 0);
+}
+
+}  // namespace

@@ -1,4 +1,5 @@
 // The admin endpoint of VellmarkService: how vellmarkctl plays the cloud.
+#include <algorithm>
 #include <set>
 
 #include "Json.h"
@@ -55,13 +56,32 @@ bool HasErrorPath(unsigned int id) {
 
 }  // namespace
 
-VellmarkAdmin::Reply VellmarkService::HandleAdmin(IPCRequest const& request) {
+void VellmarkService::HandleAdmin(IPCRequest const& request) {
     VellmarkAdmin::Request command;
+    VellmarkAdmin::Reply reply;
     if ((request.envelope.has_payload_type_name() &&
          request.envelope.payload_type_name() != command.GetDescriptor()->name()) ||
         !request.envelope.GetPayload(command)) {
-        return Refused("not an admin request");
+        reply = Refused("not an admin request");
+    } else {
+        // Replies are cut to fit the smaller of the two ends' frames.
+        std::size_t limit = m_maxFrameBytes;
+        if (command.maxframebytes() > 0) {
+            limit = std::clamp<std::size_t>(command.maxframebytes(), IPCFrameLimit::kMinFrameBytes,
+                                            m_maxFrameBytes);
+        }
+        auto step = m_adminSlices.Receive(request.session->Id(), command);
+        reply = step.run ? m_adminSlices.Send(request.session->Id(),
+                                              RunAdmin(*step.run, request.session), limit)
+                         : step.reply;
     }
+    IPCMessageEnvelope envelope;
+    envelope.SetPayload(reply);
+    request.Respond(envelope);
+}
+
+VellmarkAdmin::Reply VellmarkService::RunAdmin(VellmarkAdmin::Request const& command,
+                                               std::shared_ptr<IPCServerSession> const& session) {
     bool const pretty = command.pretty();
     try {
         switch (command.command_case()) {
@@ -89,8 +109,10 @@ VellmarkAdmin::Reply VellmarkService::HandleAdmin(IPCRequest const& request) {
             case VellmarkAdmin::Request::kSeed:
                 return Seed(command.seed());
             case VellmarkAdmin::Request::kMonitor:
-                m_monitor.Add(request.session);
+                m_monitor.Add(session);
                 return Ok();
+            case VellmarkAdmin::Request::kPart:
+            case VellmarkAdmin::Request::kNextPart:
             case VellmarkAdmin::Request::COMMAND_NOT_SET:
                 break;
         }

@@ -2,6 +2,7 @@
 
 #include <google/protobuf/message.h>
 
+#include <algorithm>
 #include <ctime>
 #include <stdexcept>
 
@@ -74,7 +75,60 @@ std::string Timestamp() {
     return text;
 }
 
-Catalog::Catalog(Store& store) : m_store(store) {}
+// Runs `operation`; a ResourceTooLarge becomes `refuse(reason)`, and the changes it noted
+// are forgotten, like everything of its transaction.
+template <class Operation, class Refuse>
+auto RefusingTooLarge(Changes& changed, Operation operation, Refuse refuse)
+    -> decltype(operation()) {
+    Changes const before = changed;
+    try {
+        return operation();
+    } catch (ResourceTooLarge const& error) {
+        changed = before;
+        return refuse(std::string(error.what()));
+    }
+}
+
+std::size_t EnvelopeFrameBytes(unsigned int id, google::protobuf::Message const& message) {
+    IPCMessageEnvelope envelope;
+    envelope.SetPayload(message);
+    return IPCFrameLimit::FrameBytes(id, envelope);
+}
+
+Catalog::Catalog(Store& store, std::size_t maxFrameBytes)
+    : m_store(store), m_maxFrameBytes(maxFrameBytes) {}
+
+std::size_t Catalog::FrameBytesOf(VellmarkAdmin::ResourceInfo const& resource,
+                                  google::protobuf::Message const& value) const {
+    std::size_t bytes = 0;
+    for (unsigned int id : {resource.queryId, resource.updateId}) {
+        if (id != 0) bytes = std::max(bytes, EnvelopeFrameBytes(id, value));
+    }
+    return bytes;
+}
+
+void Catalog::CheckReplyFits(unsigned int id, google::protobuf::Message const& reply) const {
+    std::size_t const bytes = EnvelopeFrameBytes(id, reply);
+    if (bytes > m_maxFrameBytes) {
+        throw ResourceTooLarge("the answer would take a frame of " + std::to_string(bytes) +
+                               " bytes, over the frame limit of " +
+                               std::to_string(m_maxFrameBytes));
+    }
+}
+
+void Catalog::CheckEveryResourceFits() {
+    for (auto const& resource : VellmarkAdmin::Resources()) {
+        std::size_t const bytes = FrameBytesOf(resource, *Read(resource));
+        if (bytes > m_maxFrameBytes) {
+            throw StoreError(m_store.Path(),
+                             std::string(resource.name) + " takes a frame of " +
+                                 std::to_string(bytes) + " bytes, over the frame limit of " +
+                                 std::to_string(m_maxFrameBytes) +
+                                 " bytes: it could never be sent. Start with a larger "
+                                 "--max-frame-bytes (the store was written with one)");
+        }
+    }
+}
 
 std::unique_ptr<google::protobuf::Message> Catalog::Read(
     VellmarkAdmin::ResourceInfo const& resource) {
@@ -89,19 +143,29 @@ std::unique_ptr<google::protobuf::Message> Catalog::Read(
 
 void Catalog::Write(VellmarkAdmin::ResourceInfo const& resource,
                     google::protobuf::Message const& value, Changes& changed) {
+    std::size_t const bytes = FrameBytesOf(resource, value);
+    if (bytes > m_maxFrameBytes) {
+        throw ResourceTooLarge(std::string(resource.name) + " would take a frame of " +
+                               std::to_string(bytes) + " bytes, over the frame limit of " +
+                               std::to_string(m_maxFrameBytes) + "; nothing was stored");
+    }
     m_store.PutResource(resource.name, value.SerializePartialAsString());
     changed.insert(resource.name);
 }
 
-VellmarkPB::VellmarkPresets Catalog::StorePresets(VellmarkPB::VellmarkPresets const& presets,
-                                                  Changes& changed) {
+Outcome<VellmarkPB::VellmarkPresets> Catalog::StorePresets(
+    VellmarkPB::VellmarkPresets const& presets, Changes& changed) {
+    auto const id = VellmarkPB::VELLMARK_MESSAGE_STORE_PRESETS;
     auto const& resource = Resource("presets");
     VellmarkPB::VellmarkPresets stored;
     stored.CopyFrom(*Read(resource));
 
     std::set<std::string> keys;
     for (auto const& preset : presets.presets()) {
-        if (preset.key().empty() || !keys.insert(preset.key()).second) return stored;
+        if (preset.key().empty() || !keys.insert(preset.key()).second) {
+            return Refusal(id, VellmarkPB::CODE_DUPLICATE_PRESET_KEY,
+                           "every preset needs a key of its own; nothing was stored");
+        }
     }
     for (auto const& preset : presets.presets()) {
         auto place = stored.mutable_presets()->begin();
@@ -113,10 +177,17 @@ VellmarkPB::VellmarkPresets Catalog::StorePresets(VellmarkPB::VellmarkPresets co
             stored.add_presets()->CopyFrom(preset);
         }
     }
-    Store::Transaction transaction(m_store);
-    Write(resource, stored, changed);
-    transaction.Commit();
-    return stored;
+    return RefusingTooLarge(
+        changed,
+        [&]() -> Outcome<VellmarkPB::VellmarkPresets> {
+            Store::Transaction transaction(m_store);
+            Write(resource, stored, changed);
+            transaction.Commit();
+            return stored;
+        },
+        [&](std::string const& why) {
+            return Refusal(id, VellmarkPB::CODE_RESOURCE_TOO_LARGE, why);
+        });
 }
 
 VellmarkPB::VellmarkAcctOpEnvelope Catalog::AccountFailure(MessageId id, Code code,
@@ -164,12 +235,20 @@ VellmarkPB::VellmarkAcctOpEnvelope Catalog::CreateServiceAccount(
     if (!stored.has_createdon()) stored.set_createdon(now);
     stored.set_updatedon(now);
 
-    Store::Transaction transaction(m_store);
-    m_store.PutAccount(stored);
-    MirrorAsSource(ListOf(stored), stored, false, changed);
-    transaction.Commit();
-
-    return AccountSuccess(stored);
+    return RefusingTooLarge(
+        changed,
+        [&] {
+            Store::Transaction transaction(m_store);
+            m_store.PutAccount(stored);
+            MirrorAsSource(ListOf(stored), stored, false, changed);
+            auto reply = AccountSuccess(stored);
+            CheckReplyFits(id, reply);
+            transaction.Commit();
+            return reply;
+        },
+        [&](std::string const& why) {
+            return AccountFailure(id, VellmarkPB::CODE_RESOURCE_TOO_LARGE, why);
+        });
 }
 
 VellmarkPB::VellmarkAcctOpEnvelope Catalog::UpdateServiceAccount(
@@ -189,16 +268,24 @@ VellmarkPB::VellmarkAcctOpEnvelope Catalog::UpdateServiceAccount(
     stored->set_createdon(before.createdon());
     stored->set_updatedon(Timestamp());
 
-    Store::Transaction transaction(m_store);
-    m_store.PutAccount(*stored);
-    // A change of provider moves the account to the other list.
-    if (std::string(ListOf(before)) != ListOf(*stored)) {
-        MirrorAsSource(ListOf(before), before, true, changed);
-    }
-    MirrorAsSource(ListOf(*stored), *stored, false, changed);
-    transaction.Commit();
-
-    return AccountSuccess(*stored);
+    return RefusingTooLarge(
+        changed,
+        [&] {
+            Store::Transaction transaction(m_store);
+            m_store.PutAccount(*stored);
+            // A change of provider moves the account to the other list.
+            if (std::string(ListOf(before)) != ListOf(*stored)) {
+                MirrorAsSource(ListOf(before), before, true, changed);
+            }
+            MirrorAsSource(ListOf(*stored), *stored, false, changed);
+            auto reply = AccountSuccess(*stored);
+            CheckReplyFits(id, reply);
+            transaction.Commit();
+            return reply;
+        },
+        [&](std::string const& why) {
+            return AccountFailure(id, VellmarkPB::CODE_RESOURCE_TOO_LARGE, why);
+        });
 }
 
 VellmarkPB::VellmarkAcctOpEnvelope Catalog::DeleteServiceAccount(
@@ -244,18 +331,26 @@ Outcome<VellmarkPB::serviceAccounts> Catalog::CreateGVAAccount(
                                " has a GVA account already");
         }
     }
-    Store::Transaction transaction(m_store);
-    VellmarkPB::serviceAccounts account = request;
-    account.set_accountid("gva-" + std::to_string(m_store.NextNumber("gva")));
-    account.set_provider(kProviderGVA);
-    if (!account.has_accounttype()) account.set_accounttype(kVoiceAssistantType);
-    std::string const now = Timestamp();
-    account.set_createdon(now);
-    account.set_updatedon(now);
-    m_store.PutAccount(account);
-    MirrorAsSource("voice-accounts", account, false, changed);
-    transaction.Commit();
-    return account;
+    return RefusingTooLarge(
+        changed,
+        [&]() -> Outcome<VellmarkPB::serviceAccounts> {
+            Store::Transaction transaction(m_store);
+            VellmarkPB::serviceAccounts account = request;
+            account.set_accountid("gva-" + std::to_string(m_store.NextNumber("gva")));
+            account.set_provider(kProviderGVA);
+            if (!account.has_accounttype()) account.set_accounttype(kVoiceAssistantType);
+            std::string const now = Timestamp();
+            account.set_createdon(now);
+            account.set_updatedon(now);
+            m_store.PutAccount(account);
+            MirrorAsSource("voice-accounts", account, false, changed);
+            CheckReplyFits(id, account);
+            transaction.Commit();
+            return account;
+        },
+        [&](std::string const& why) {
+            return Refusal(id, VellmarkPB::CODE_RESOURCE_TOO_LARGE, why);
+        });
 }
 
 Outcome<VellmarkPB::VellmarkDeleteGVA> Catalog::DeleteGVAAccount(
@@ -291,20 +386,28 @@ Outcome<VellmarkPB::serviceAccounts> Catalog::UpdateGVAAssistantDeviceId(
         return Refusal(id, VellmarkPB::CODE_EMPTY_ASSISTANT_DEVICE_ID,
                        "assistantDeviceId is empty");
     }
-    std::optional<VellmarkPB::serviceAccounts> first;
-    Store::Transaction transaction(m_store);
-    std::string const now = Timestamp();
-    for (auto account : m_store.Accounts()) {
-        if (!IsGVA(account)) continue;
-        account.mutable_attributes()->set_assistantdeviceid(deviceId);
-        account.set_updatedon(now);
-        m_store.PutAccount(account);
-        MirrorAsSource("voice-accounts", account, false, changed);
-        if (!first) first = account;
-    }
-    if (!first) return Refusal(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT, "no GVA account");
-    transaction.Commit();
-    return *first;
+    return RefusingTooLarge(
+        changed,
+        [&]() -> Outcome<VellmarkPB::serviceAccounts> {
+            std::optional<VellmarkPB::serviceAccounts> first;
+            Store::Transaction transaction(m_store);
+            std::string const now = Timestamp();
+            for (auto account : m_store.Accounts()) {
+                if (!IsGVA(account)) continue;
+                account.mutable_attributes()->set_assistantdeviceid(deviceId);
+                account.set_updatedon(now);
+                m_store.PutAccount(account);
+                MirrorAsSource("voice-accounts", account, false, changed);
+                if (!first) first = account;
+            }
+            if (!first) return Refusal(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT, "no GVA account");
+            CheckReplyFits(id, *first);
+            transaction.Commit();
+            return *first;
+        },
+        [&](std::string const& why) {
+            return Refusal(id, VellmarkPB::CODE_RESOURCE_TOO_LARGE, why);
+        });
 }
 
 VellmarkAdmin::StoreDocument Catalog::Export() {

@@ -13,7 +13,10 @@
 //   same way in "voice-accounts".
 // - StorePresets merges by key: a preset replaces the stored one with its key or is added
 //   at the end. Presets with an empty or repeated key are refused as a whole; since the
-//   operation has no error path, the answer is then the stored list, unchanged.
+//   operation has no error path, the service then answers the stored list, unchanged.
+// - Every answer and update must fit one frame (IPCFrameLimit.h), or the service would keep
+//   what it cannot send: a write that would make a resource, or the answer to it, too big
+//   is refused (CODE_RESOURCE_TOO_LARGE), and nothing of it is stored.
 // - UpdateGVAAssistantDeviceId names no account: the product has one assistant device,
 //   so every GVA account takes the new identifier; the answer is the oldest of them.
 //   With no GVA account it is refused as an unknown account.
@@ -21,11 +24,13 @@
 // Not thread-safe; used on the service's task, like its Store.
 #include <memory>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <variant>
 
 #include "AdminProtocol.h"
 #include "Errors.pb.h"
+#include "IPCFrameLimit.h"
 #include "Store.h"
 #include "VellmarkAcctOpEnvelope.pb.h"
 #include "VellmarkAdmin.pb.h"
@@ -35,21 +40,34 @@
 // Names of the resources changed by one operation.
 using Changes = std::set<std::string>;
 
+// A write that would make a resource, or an answer, too big for one frame. Nothing of it
+// is stored.
+class ResourceTooLarge : public std::invalid_argument {
+public:
+    using std::invalid_argument::invalid_argument;
+};
+
 template <class T>
 using Outcome = std::variant<T, VellmarkPB::Error>;
 
 class Catalog {
 public:
-    explicit Catalog(Store& store);
+    // Answers and updates must fit frames of `maxFrameBytes`.
+    explicit Catalog(Store& store, std::size_t maxFrameBytes = IPCFrameLimit::MaxFrameBytes());
 
     // The stored resource, or its empty message when none was stored.
     std::unique_ptr<google::protobuf::Message> Read(VellmarkAdmin::ResourceInfo const& resource);
-    // Replaces a resource. Throws StoreError.
+    // Replaces a resource. Throws StoreError, and ResourceTooLarge when its answer or update
+    // would not fit one frame.
     void Write(VellmarkAdmin::ResourceInfo const& resource, google::protobuf::Message const& value,
                Changes& changed);
+    // Throws StoreError when a stored resource would not fit one frame: a store written with
+    // a larger frame limit.
+    void CheckEveryResourceFits();
 
-    VellmarkPB::VellmarkPresets StorePresets(VellmarkPB::VellmarkPresets const& presets,
-                                             Changes& changed);
+    // The stored presets after the merge, or why nothing was stored.
+    Outcome<VellmarkPB::VellmarkPresets> StorePresets(VellmarkPB::VellmarkPresets const& presets,
+                                                      Changes& changed);
 
     VellmarkPB::VellmarkAcctOpEnvelope CreateServiceAccount(
         VellmarkPB::serviceAccounts const& account, Changes& changed);
@@ -65,13 +83,21 @@ public:
     Outcome<VellmarkPB::serviceAccounts> UpdateGVAAssistantDeviceId(
         VellmarkPB::serviceAccounts const& request, Changes& changed);
 
-    // The whole store as one document, and its replacement by one.
+    // The whole store as one document, and its replacement by one (ResourceTooLarge when
+    // a resource of it would not fit a frame).
     VellmarkAdmin::StoreDocument Export();
     void Seed(VellmarkAdmin::StoreDocument const& document, Changes& changed);
     VellmarkAdmin::ServiceAccountList Accounts();
     void PutAccounts(VellmarkAdmin::ServiceAccountList const& accounts);
 
 private:
+    // The body of the largest frame that carries `value` as the answer or the update of
+    // `resource`.
+    std::size_t FrameBytesOf(VellmarkAdmin::ResourceInfo const& resource,
+                             google::protobuf::Message const& value) const;
+    // Throws ResourceTooLarge when `reply`, the answer to a request under `id`, would not
+    // fit one frame.
+    void CheckReplyFits(unsigned int id, google::protobuf::Message const& reply) const;
     VellmarkPB::VellmarkAcctOpEnvelope AccountFailure(VellmarkPB::MessageId id,
                                                       VellmarkPB::Code code,
                                                       std::string const& text);
@@ -81,6 +107,7 @@ private:
                         bool remove, Changes& changed);
 
     Store& m_store;
+    std::size_t const m_maxFrameBytes;
 };
 
 // An Error with code 6, `code` as subcode, the request's identifier and `text`.

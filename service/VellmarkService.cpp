@@ -66,7 +66,10 @@ DPrint& VellmarkService::Log() {
 VellmarkService::VellmarkService(std::string const& dbPath,
                                  std::optional<VellmarkAdmin::StoreDocument> seed,
                                  Settings settings)
-    : m_store(dbPath, settings.store), m_catalog(m_store), m_task("vellmarkd") {
+    : m_maxFrameBytes(IPCFrameLimit::MaxFrameBytes()),
+      m_store(dbPath, settings.store),
+      m_catalog(m_store, m_maxFrameBytes),
+      m_task("vellmarkd") {
     if (auto const mode = m_store.TightenedFrom()) {
         Log().Log(DPrint::Warning,
                   "the store %s was readable by group or others (mode %03o); made it private "
@@ -77,6 +80,8 @@ VellmarkService::VellmarkService(std::string const& dbPath,
         Changes changed;
         m_catalog.Seed(*seed, changed);
     }
+    // What the store holds must be sendable: written with a larger frame limit, it is not.
+    m_catalog.CheckEveryResourceFits();
     m_delayed = std::make_unique<DelayedRunner>();
 
     IPCServer::Handlers service;
@@ -110,10 +115,10 @@ VellmarkService::VellmarkService(std::string const& dbPath,
 
     IPCServer::Handlers admin;
     admin.onRequest = [this](IPCRequest const& request) {
-        Post([this, request] {
-            VellmarkAdmin::Reply reply = HandleAdmin(request);
-            request.Respond(EnvelopeOf(reply));
-        });
+        Post([this, request] { HandleAdmin(request); });
+    };
+    admin.onDisconnected = [this](IPCServer::SessionPtr const& session) {
+        Post([this, id = session->Id()] { m_adminSlices.Forget(id); });
     };
     m_admin = std::make_unique<IPCServer>(VellmarkAdmin::kAdminEndpoint, std::move(admin),
                                           std::move(settings.admin));
@@ -216,12 +221,14 @@ void VellmarkService::HandleStorePresets(IPCRequest const& request) {
         presets.Clear();
     }
     Changes changed;
-    auto const stored = m_catalog.StorePresets(presets, changed);
-    if (changed.empty() && presets.presets_size() > 0) {
-        Log().Log(DPrint::Warning,
-                  "presets refused: every preset needs a key of its own; nothing stored");
+    auto const outcome = m_catalog.StorePresets(presets, changed);
+    if (auto const* refusal = std::get_if<VellmarkPB::Error>(&outcome)) {
+        // The operation has no error path: the answer is the stored list, unchanged.
+        Log().Log(DPrint::Warning, "presets refused: %s", refusal->message().c_str());
+        Answer(request, *m_catalog.Read(*VellmarkAdmin::FindResource("presets")));
+        return;
     }
-    Answer(request, stored);
+    Answer(request, std::get<VellmarkPB::VellmarkPresets>(outcome));
     Broadcast(changed);
 }
 

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "Acknowledgements.h"
+#include "AdminSlices.h"
 #include "Catalog.h"
 #include "DPrint.h"
 #include "DelayedRunner.h"
@@ -84,8 +85,12 @@ private:
     // Pushes the update of every changed resource to every connection.
     void Broadcast(Changes const& changed);
 
-    // Admin endpoint, on the task.
-    VellmarkAdmin::Reply HandleAdmin(IPCRequest const& request);
+    // Admin endpoint, on the task: answers `request`, joining and cutting slices of
+    // messages too big for one frame.
+    void HandleAdmin(IPCRequest const& request);
+    // Carries out one whole admin command that came on `session`.
+    VellmarkAdmin::Reply RunAdmin(VellmarkAdmin::Request const& command,
+                                  std::shared_ptr<IPCServerSession> const& session);
     VellmarkAdmin::Reply Put(VellmarkAdmin::Put const& put);
     VellmarkAdmin::Reply Get(VellmarkAdmin::Get const& get, bool pretty);
     VellmarkAdmin::Reply FailNext(VellmarkAdmin::FailNext const& failNext);
@@ -95,12 +100,15 @@ private:
 
     void Post(std::function<void()> work);
 
+    // Every answer and update fits a frame of this many bytes.
+    std::size_t const m_maxFrameBytes;
     Store m_store;
     Catalog m_catalog;
     Faults m_faults;
     Acknowledgements m_acknowledgements;
     std::map<std::uint64_t, Client> m_clients;
     TrafficMonitor m_monitor;
+    AdminSlices m_adminSlices;
     IL::Task m_task;
     std::unique_ptr<IPCServer> m_server;
     std::unique_ptr<IPCServer> m_admin;

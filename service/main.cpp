@@ -13,6 +13,7 @@
 #include <iostream>
 
 #include "IPCDirectory.h"
+#include "IPCFrameLimit.h"
 #include "Json.h"
 #include "VellmarkService.h"
 #include "transport/IPCLog.h"
@@ -123,6 +124,15 @@ int main(int argc, char** argv) {
                    "also let this user (UID or name) use the admin endpoint; repeatable "
                    "(default: the service's own user and root)")
         ->take_all();
+    std::size_t maxFrameBytes = IPCFrameLimit::MaxFrameBytes();
+    app.add_option("--max-frame-bytes", maxFrameBytes,
+                   "the largest frame sent or taken, e.g. 1M (default: "
+                   "$TARV_IPC_MAX_FRAME_BYTES, else 1 MiB; at most 16 MiB). Every answer and "
+                   "update must fit one: a write that would make one bigger is refused. "
+                   "Clients should use the same limit")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(IPCFrameLimit::kMinFrameBytes, IPCFrameLimit::kHardMaxFrameBytes))
+        ->capture_default_str();
     std::uint64_t maxStoreBytes = 0;
     app.add_option("--max-store-bytes", maxStoreBytes,
                    "the largest the store may grow, e.g. 64M (default: no limit); a write "
@@ -138,6 +148,7 @@ int main(int argc, char** argv) {
         settings.admin.allowedUsers = UsersWith(adminAllowUsers);
         settings.store.maxBytes = maxStoreBytes;
         settings.store.newStore = newStore || !seedFile.empty();
+        IPCFrameLimit::SetMaxFrameBytes(maxFrameBytes);
     } catch (CLI::CallForHelp const& help) {
         return app.exit(help);
     } catch (CLI::ParseError const& error) {

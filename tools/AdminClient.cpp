@@ -2,6 +2,7 @@
 
 #include "AdminProtocol.h"
 #include "IPCDirectory.h"
+#include "IPCFrameLimit.h"
 #include "IPCMessageRouterFactory.h"
 
 // What the transport's threads hand to the caller.
@@ -67,7 +68,43 @@ AdminClient::~AdminClient() {
     if (m_router) m_router->Stop();
 }
 
-VellmarkAdmin::Reply AdminClient::Call(VellmarkAdmin::Request const& request) {
+VellmarkAdmin::Reply AdminClient::Call(VellmarkAdmin::Request request) {
+    std::size_t const limit = IPCFrameLimit::MaxFrameBytes();
+    request.set_maxframebytes(static_cast<std::uint32_t>(limit));
+    VellmarkAdmin::Reply reply;
+    if (VellmarkAdmin::FitsOneFrame(request, limit)) {
+        reply = Exchange(request);
+    } else {
+        auto const slices = VellmarkAdmin::Slices(request.SerializeAsString(), limit);
+        for (std::size_t i = 0; i < slices.size(); ++i) {
+            VellmarkAdmin::Request slice;
+            slice.set_part(slices[i]);
+            slice.set_more(i + 1 < slices.size());
+            slice.set_maxframebytes(static_cast<std::uint32_t>(limit));
+            reply = Exchange(slice);
+            if (slice.more() && !reply.ok()) return reply;
+        }
+    }
+    if (!reply.has_part()) return reply;
+    // A reply too big for one frame: its slices, asked for one by one.
+    std::string joined = reply.part();
+    while (reply.more()) {
+        VellmarkAdmin::Request next;
+        next.set_nextpart(true);
+        next.set_maxframebytes(static_cast<std::uint32_t>(limit));
+        reply = Exchange(next);
+        if (!reply.has_part()) return reply;
+        joined += reply.part();
+    }
+    VellmarkAdmin::Reply whole;
+    if (!whole.ParseFromString(joined)) {
+        whole.set_ok(false);
+        whole.set_error("the slices of the reply do not make a reply");
+    }
+    return whole;
+}
+
+VellmarkAdmin::Reply AdminClient::Exchange(VellmarkAdmin::Request const& request) {
     struct Answer {
         bool arrived = false;
         VellmarkAdmin::Reply reply;

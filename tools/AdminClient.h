@@ -31,9 +31,10 @@ public:
     AdminClient(AdminClient const&) = delete;
     AdminClient& operator=(AdminClient const&) = delete;
 
-    // Sends `request` and returns the service's reply. Throws AdminError when no reply
-    // comes within the bound or the connection ends first.
-    VellmarkAdmin::Reply Call(VellmarkAdmin::Request const& request);
+    // Sends `request` and returns the service's reply, each in slices when it does not fit
+    // one frame (so a seed or an export of any size goes through). Throws AdminError when
+    // no reply comes within the bound or the connection ends first.
+    VellmarkAdmin::Reply Call(VellmarkAdmin::Request request);
     // Calls Call and returns the reply's JSON; throws AdminError with the service's reason
     // when it refused.
     std::string Command(VellmarkAdmin::Request const& request);
@@ -46,6 +47,9 @@ public:
     bool WaitClosed(std::chrono::milliseconds bound);
 
 private:
+    // One Request, one Reply.
+    VellmarkAdmin::Reply Exchange(VellmarkAdmin::Request const& request);
+
     struct Shared;
     std::shared_ptr<Shared> m_shared;
     std::shared_ptr<IL::ClientListenerIF> m_listener;

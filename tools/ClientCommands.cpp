@@ -11,6 +11,9 @@
 #include "Sensitivity.h"
 #include "Task.h"
 #include "VellmarkClientAPI.h"
+#include "VellmarkDeleteGVA.pb.h"
+#include "VellmarkDeleteSrvcAccount.pb.h"
+#include "VellmarkMessageId.pb.h"
 
 namespace Ctl {
 namespace {
@@ -204,6 +207,7 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
         run = [&settings, file] {
             VellmarkPB::VellmarkPresets presets;
             LoadJson(*file, presets);
+            CheckFits(VellmarkPB::VELLMARK_MESSAGE_STORE_PRESETS, presets);
             return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
                 client.StorePresets(presets, Done<VellmarkPB::VellmarkPresets>(outcome, settings));
             });
@@ -224,6 +228,9 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
             run = [&settings, path, create] {
                 VellmarkPB::serviceAccounts data;
                 LoadJson(*path, data);
+                CheckFits(create ? VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT
+                                 : VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT,
+                          data);
                 return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
                     auto done = Done<VellmarkPB::serviceAccounts>(outcome, settings);
                     if (create) {
@@ -241,6 +248,9 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
     remove->add_option("id", *accountId, "its accountID")->required();
     remove->callback([&settings, &run, accountId] {
         run = [&settings, accountId] {
+            VellmarkPB::VellmarkDeleteSrvcAccount request;
+            request.set_accountid(*accountId);
+            CheckFits(VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT, request);
             return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
                 client.DeleteServiceAccount(
                     *accountId, Done<VellmarkPB::VellmarkDeleteSrvcAccount>(outcome, settings),
@@ -259,6 +269,15 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
     gvaCreate->add_option("device", (*gvaArgs)[2], "assistantDeviceId")->required();
     gvaCreate->callback([&settings, &run, gvaArgs] {
         run = [&settings, gvaArgs] {
+            // The request as the library makes it.
+            VellmarkPB::serviceAccounts request;
+            request.set_tarvpersonid((*gvaArgs)[0]);
+            request.set_provideraccountid((*gvaArgs)[1]);
+            request.set_accounttype("VPA");
+            request.set_provider("GVA");
+            request.set_disabled(false);
+            request.mutable_attributes()->set_assistantdeviceid((*gvaArgs)[2]);
+            CheckFits(VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE, request);
             return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
                 client.CreateGVAAccount((*gvaArgs)[0], (*gvaArgs)[1], (*gvaArgs)[2],
                                         Done<VellmarkPB::serviceAccounts>(outcome, settings),
@@ -272,6 +291,9 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
     gvaDelete->add_option("id", *gvaId, "its accountID")->required();
     gvaDelete->callback([&settings, &run, gvaId] {
         run = [&settings, gvaId] {
+            VellmarkPB::VellmarkDeleteGVA request;
+            request.set_accountid(*gvaId);
+            CheckFits(VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE, request);
             return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
                 client.DeleteGVAAccount(*gvaId,
                                         Done<VellmarkPB::VellmarkDeleteGVA>(outcome, settings),
@@ -286,6 +308,9 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
     gvaUpdate->add_option("id", *deviceId, "the assistantDeviceId")->required();
     gvaUpdate->callback([&settings, &run, deviceId] {
         run = [&settings, deviceId] {
+            VellmarkPB::serviceAccounts request;
+            request.mutable_attributes()->set_assistantdeviceid(*deviceId);
+            CheckFits(VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID, request);
             return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
                 client.UpdateGVAAssistantDeviceId(
                     *deviceId, Done<VellmarkPB::serviceAccounts>(outcome, settings),

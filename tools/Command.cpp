@@ -3,6 +3,7 @@
 #include <iostream>
 #include <memory>
 
+#include "IPCFrameLimit.h"
 #include "Json.h"
 #include "Sensitivity.h"
 #include "VellmarkMessageId.pb.h"
@@ -63,6 +64,18 @@ unsigned int ParseMessageId(std::string const& text) {
     throw BadInput("\"" + text +
                    "\" is not a message identifier (a number or a name such as "
                    "VELLMARK_MESSAGE_GVA_CREATE)");
+}
+
+void CheckFits(unsigned int id, google::protobuf::Message const& request) {
+    IPCMessageEnvelope envelope;
+    envelope.SetPayload(request);
+    std::size_t const bytes = IPCFrameLimit::FrameBytes(id, envelope);
+    std::size_t const limit = IPCFrameLimit::MaxFrameBytes();
+    if (bytes > limit) {
+        throw BadInput("the request takes a frame of " + std::to_string(bytes) +
+                       " bytes, over the frame limit of " + std::to_string(limit) +
+                       " bytes (--max-frame-bytes, TARV_IPC_MAX_FRAME_BYTES); nothing was sent");
+    }
 }
 
 }  // namespace Ctl

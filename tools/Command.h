@@ -49,6 +49,9 @@ void PrintText(std::string const& text);
 void LoadJson(std::string const& path, google::protobuf::Message& message);
 // A message identifier given as a number or a MessageId name. Throws BadInput.
 unsigned int ParseMessageId(std::string const& text);
+// Throws BadInput, naming the limit, when `request` under `id` would not fit one frame: sent,
+// it would be dropped and never answered.
+void CheckFits(unsigned int id, google::protobuf::Message const& request);
 
 // The end of a command that waits for callbacks: set once, from any thread.
 class Outcome {

@@ -5,6 +5,7 @@
 
 #include "Commands.h"
 #include "IPCDirectory.h"
+#include "IPCFrameLimit.h"
 #include "Json.h"
 #include "VellmarkClientLog.h"
 #include "transport/IPCLog.h"
@@ -29,6 +30,12 @@ int main(int argc, char** argv) {
     app.add_option("--runtime-dir", runtimeDir,
                    "folder of the sockets (default: $TARV_RUNTIME_DIR, else /run/tarv)");
     app.add_flag("--pretty", settings.pretty, "indent the JSON output");
+    std::size_t maxFrameBytes = IPCFrameLimit::MaxFrameBytes();
+    app.add_option("--max-frame-bytes", maxFrameBytes,
+                   "the largest frame sent or taken, e.g. 1M (default: "
+                   "$TARV_IPC_MAX_FRAME_BYTES, else 1 MiB; at most 16 MiB); use the service's")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(IPCFrameLimit::kMinFrameBytes, IPCFrameLimit::kHardMaxFrameBytes));
     app.require_subcommand(1);
     // The options above may also follow the command's name.
     app.fallthrough();
@@ -48,6 +55,7 @@ int main(int argc, char** argv) {
         return Ctl::kBadInput;
     }
     if (!runtimeDir.empty()) IPCDirectory::Get().SetRuntimeFolder(runtimeDir);
+    IPCFrameLimit::SetMaxFrameBytes(maxFrameBytes);
     if (logLevel >= 0) {
         VellmarkClientLog().SetThreshold(static_cast<DPrint::Level>(logLevel));
         IPCLog().SetThreshold(static_cast<DPrint::Level>(logLevel));

@@ -3,18 +3,19 @@
 // (a varint byte count, then the serialized frame), as protobuf's delimited-message
 // utilities write it.
 //
-// A frame body may be at most kMaxFrameBytes long (1 MiB): payloads of this product are a
-// few kilobytes, and the limit bounds what one peer can make another buffer. A decoder
-// refuses a longer frame as soon as its length has arrived, before buffering its body.
+// A frame body may be at most the connection's limit long (IPCFrameLimit.h: 1 MiB unless the
+// process chose another). A decoder refuses a longer frame as soon as its length has arrived,
+// before buffering its body.
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "IPCFrame.pb.h"
+#include "IPCFrameLimit.h"
 
 namespace Tarv {
 
-constexpr std::size_t kMaxFrameBytes = std::size_t(1) << 20;
+constexpr std::size_t kMaxFrameBytes = IPCFrameLimit::kDefaultFrameBytes;
 
 // A frame of `kind` carrying `envelope` under the identifier `id`; `number` is kept for
 // requests and responses only.

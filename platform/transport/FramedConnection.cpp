@@ -153,8 +153,9 @@ void FramedConnection::OnRead(std::size_t bytes) {
 FramedConnection::SendResult FramedConnection::Send(IPCFrame const& frame) {
     std::string bytes;
     if (!AppendFrame(frame, bytes, m_limits.maxFrameBytes)) {
-        IPCLog().Log(DPrint::Warning, "%s: frame of %zu bytes is over the limit; not sent",
-                     m_description.c_str(), frame.ByteSizeLong());
+        IPCLog().Log(DPrint::Warning,
+                     "%s: frame of %zu bytes is over the limit of %zu bytes; not sent",
+                     m_description.c_str(), frame.ByteSizeLong(), m_limits.maxFrameBytes);
         return SendResult::TooLarge;
     }
     std::unique_lock<std::mutex> lock(m_mutex);

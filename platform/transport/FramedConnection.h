@@ -34,7 +34,8 @@ namespace Tarv {
 constexpr std::size_t kMaxQueuedBytes = std::size_t(4) << 20;
 
 struct ConnectionLimits {
-    std::size_t maxFrameBytes = kMaxFrameBytes;
+    // The process's frame limit when the connection is made.
+    std::size_t maxFrameBytes = IPCFrameLimit::MaxFrameBytes();
     std::size_t maxQueuedBytes = kMaxQueuedBytes;
 };
 

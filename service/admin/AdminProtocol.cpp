@@ -1,5 +1,7 @@
 #include "AdminProtocol.h"
 
+#include "IPCFrameLimit.h"
+
 #include "VellmarkGroups.pb.h"
 #include "VellmarkMessageId.pb.h"
 #include "VellmarkPersons.pb.h"
@@ -62,6 +64,27 @@ std::string ResourceNames(bool withQueryOnly) {
 std::string MessageName(unsigned int id) {
     auto const* value = VellmarkPB::MessageId_descriptor()->FindValueByNumber(static_cast<int>(id));
     return value ? value->name() : std::string();
+}
+
+bool FitsOneFrame(google::protobuf::Message const& message, std::size_t maxFrameBytes) {
+    IPCMessageEnvelope envelope;
+    envelope.SetPayload(message);
+    return IPCFrameLimit::FrameBytes(kCommandId, envelope) <= maxFrameBytes;
+}
+
+std::size_t SliceBytes(std::size_t maxFrameBytes) {
+    // What a slice's Request or Reply, envelope and frame add: some tens of bytes.
+    constexpr std::size_t kWrapping = 256;
+    return maxFrameBytes - kWrapping;
+}
+
+std::vector<std::string> Slices(std::string const& bytes, std::size_t maxFrameBytes) {
+    std::size_t const size = SliceBytes(maxFrameBytes);
+    std::vector<std::string> slices;
+    for (std::size_t at = 0; at < bytes.size() || slices.empty(); at += size) {
+        slices.push_back(bytes.substr(at, size));
+    }
+    return slices;
 }
 
 }  // namespace VellmarkAdmin

@@ -2,6 +2,7 @@
 // What vellmarkd and its tools agree on: the endpoints, the admin identifiers and the
 // table of resources the service keeps.
 #include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
 
 #include <string>
 #include <vector>
@@ -40,5 +41,13 @@ std::string ResourceNames(bool withQueryOnly);
 
 // The name the MessageId enum gives `id`, or "" for a value without one.
 std::string MessageName(unsigned int id);
+
+// Admin messages too big for one frame travel in slices (VellmarkAdmin.proto).
+// True when `message` fits one admin frame of `maxFrameBytes`.
+bool FitsOneFrame(google::protobuf::Message const& message, std::size_t maxFrameBytes);
+// The bytes of one slice, so that the slice with its Request or Reply fits `maxFrameBytes`.
+std::size_t SliceBytes(std::size_t maxFrameBytes);
+// `bytes` cut into slices of SliceBytes(maxFrameBytes) (one, empty, for no bytes).
+std::vector<std::string> Slices(std::string const& bytes, std::size_t maxFrameBytes);
 
 }  // namespace VellmarkAdmin

@@ -127,6 +127,8 @@ std::unordered_map<std::string, Sensitivity> const& Table() {
         {"VellmarkAdmin.Seed.json", S::Token},
         {"VellmarkAdmin.Reply.error", S::FreeText},
         {"VellmarkAdmin.Reply.json", S::Token},
+        {"VellmarkAdmin.Request.part", S::Token},
+        {"VellmarkAdmin.Reply.part", S::Token},
         {"VellmarkAdmin.Client.connectedAt", S::NotSensitive},
         {"VellmarkAdmin.Acknowledgement.messageName", S::NotSensitive},
         {"VellmarkAdmin.Acknowledgement.receivedAt", S::NotSensitive},

@@ -154,6 +154,8 @@ TEST_F(StoreSafety, ARequestUnderAnIdentifierTheServiceDoesNotServeIsAnsweredAnd
     }
     router->Stop();
     listening.Disconnect();
+    // The service's task logs the connection's end after everything it did for it.
+    ASSERT_TRUE(Service().WaitForError("client gone: session 1", kBound)) << Service().Errors();
     auto const log = Service().Errors();
     EXPECT_NE(log.find("request 14 (reserved) from session"), std::string::npos) << log;
     auto const line = log.find("request 99 from session");

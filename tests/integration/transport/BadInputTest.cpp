@@ -125,7 +125,7 @@ TEST_F(BadInput, FrameTooLargeToSendIsRefusedAndTheConnectionStays) {
     auto router = client.Connect();
     ASSERT_NE(router, nullptr);
     EXPECT_FALSE(router->SendEnvelope(13, Bytes(std::string(Tarv::kMaxFrameBytes + 1, 'x'))));
-    EXPECT_TRUE(log.WaitForText("is over the limit; not sent"));
+    EXPECT_TRUE(log.WaitForText("is over the limit of 1048576 bytes; not sent"));
     EXPECT_TRUE(router->IsOpen());
     EXPECT_TRUE(router->SendEnvelope(13, Bytes("small")));
     ASSERT_TRUE(service.messages.WaitFor(1));

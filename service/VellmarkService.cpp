@@ -1,5 +1,7 @@
 #include "VellmarkService.h"
 
+#include <future>
+
 #include "BreakThread.h"
 #include "Json.h"
 #include "VellmarkMessageId.pb.h"
@@ -101,22 +103,16 @@ VellmarkService::VellmarkService(std::string const& dbPath,
                       static_cast<unsigned long long>(session->Id()));
         });
     };
-    service.onRequest = [this](IPCRequest const& request) {
-        m_monitor.Received(request.session->Id(), "request", request.id, request.envelope);
-        Post([this, request] { HandleRequest(request); });
-    };
+    service.onRequest = [this](IPCRequest const& request) { Receive(request); };
     service.onMessage = [this](IPCServer::SessionPtr const& session, unsigned int id,
                                IPCMessageEnvelope const& envelope) {
-        m_monitor.Received(session->Id(), "one-way", id, envelope);
-        Post([this, session, id, envelope] { HandleOneWay(session, id, envelope); });
+        ReceiveOneWay(session, id, envelope);
     };
     m_server = std::make_unique<IPCServer>(VellmarkAdmin::kServiceEndpoint, std::move(service),
                                            std::move(settings.service));
 
     IPCServer::Handlers admin;
-    admin.onRequest = [this](IPCRequest const& request) {
-        Post([this, request] { HandleAdmin(request); });
-    };
+    admin.onRequest = [this](IPCRequest const& request) { ReceiveAdmin(request); };
     admin.onDisconnected = [this](IPCServer::SessionPtr const& session) {
         Post([this, id = session->Id()] { m_adminSlices.Forget(id); });
     };
@@ -133,6 +129,27 @@ void VellmarkService::Stop() {
     if (m_admin) m_admin->Stop();
     m_task.Stop();
     m_delayed.reset();
+}
+
+void VellmarkService::Receive(IPCRequest const& request) {
+    m_monitor.Received(request.session->Id(), "request", request.id, request.envelope);
+    Post([this, request] { HandleRequest(request); });
+}
+
+void VellmarkService::ReceiveOneWay(std::shared_ptr<IPCServerSession> const& session,
+                                    unsigned int id, IPCMessageEnvelope const& envelope) {
+    m_monitor.Received(session->Id(), "one-way", id, envelope);
+    Post([this, session, id, envelope] { HandleOneWay(session, id, envelope); });
+}
+
+void VellmarkService::ReceiveAdmin(IPCRequest const& request) {
+    Post([this, request] { HandleAdmin(request); });
+}
+
+void VellmarkService::WaitUntilIdle() {
+    std::promise<void> done;
+    Post([&done] { done.set_value(); });
+    done.get_future().wait();
 }
 
 void VellmarkService::Post(std::function<void()> work) {

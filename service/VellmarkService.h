@@ -47,6 +47,16 @@ public:
     // Closes every connection and both sockets, then finishes the work in hand. Idempotent.
     void Stop();
 
+    // What the two endpoints hand over, from any thread: a request of the product, a
+    // one-way message, an admin request. Each is handled later on the service's task, as if
+    // it had come over the socket of `session`; tests and fuzzers enter here too.
+    void Receive(IPCRequest const& request);
+    void ReceiveOneWay(std::shared_ptr<IPCServerSession> const& session, unsigned int id,
+                       IPCMessageEnvelope const& envelope);
+    void ReceiveAdmin(IPCRequest const& request);
+    // Returns once everything received before the call has been handled.
+    void WaitUntilIdle();
+
     std::string const& ServicePath() const { return m_server->Path(); }
     std::string const& AdminPath() const { return m_admin->Path(); }
 

@@ -9,31 +9,20 @@
 #include <vector>
 
 #include "FrameDecoderExercise.h"
+#include "KeptInputs.h"
 
 namespace {
 
-std::vector<std::filesystem::path> KeptInputs() {
-    std::vector<std::filesystem::path> inputs;
-    for (char const* folder : {"corpus/frame_decoder", "regressions/frame_decoder"}) {
-        auto const path = std::filesystem::path(VELLMARK_FUZZ_DIR) / folder;
-        for (auto const& entry : std::filesystem::directory_iterator(path)) {
-            if (entry.is_regular_file() && entry.path().filename().string()[0] != '.') {
-                inputs.push_back(entry.path());
-            }
-        }
-    }
-    return inputs;
-}
-
 TEST(FrameDecoderInputs, EveryKeptInputDecodesWithinTheDecodersPromises) {
-    auto const inputs = KeptInputs();
+    auto inputs = KeptInputs("corpus/frame_decoder");
     ASSERT_GE(inputs.size(), 10u) << "the seed corpus is missing";
+    for (auto& regression : KeptInputs("regressions/frame_decoder")) {
+        inputs.push_back(std::move(regression));
+    }
     for (auto const& input : inputs) {
-        SCOPED_TRACE(input.string());
-        std::ifstream file(input, std::ios::binary);
-        std::vector<char> const bytes((std::istreambuf_iterator<char>(file)),
-                                      std::istreambuf_iterator<char>());
-        ExerciseFrameDecoder(reinterpret_cast<std::uint8_t const*>(bytes.data()), bytes.size());
+        SCOPED_TRACE(input.name);
+        ExerciseFrameDecoder(reinterpret_cast<std::uint8_t const*>(input.bytes.data()),
+                             input.bytes.size());
     }
 }
 

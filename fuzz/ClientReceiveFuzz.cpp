@@ -1,0 +1,8 @@
+// libFuzzer target for the client's receive path: envelopes, decoding, callbacks, handlers,
+// dumps.
+#include "ClientReceiveExercise.h"
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+    ExerciseClientReceive(data, size);
+    return 0;
+}

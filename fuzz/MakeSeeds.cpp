@@ -1,0 +1,34 @@
+// make_fuzz_seeds FOLDER: writes the seed inputs of the fuzz targets made from the example
+// store document, one folder a target (FOLDER/service_request, ...), one file a seed.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "ClientSeeds.h"
+#include "ServiceSeeds.h"
+
+namespace {
+
+template <class Seeds>
+void Write(std::filesystem::path const& folder, Seeds const& seeds) {
+    std::filesystem::create_directories(folder);
+    for (auto const& seed : seeds) {
+        std::ofstream(folder / seed.name, std::ios::binary) << seed.bytes;
+    }
+    std::printf("%s: %zu seeds\n", folder.c_str(), seeds.size());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: make_fuzz_seeds FOLDER\n");
+        return 2;
+    }
+    std::filesystem::path const folder = argv[1];
+    Write(folder / "service_request", fuzz_seeds::ServiceRequestSeeds());
+    Write(folder / "admin_import", fuzz_seeds::AdminImportSeeds());
+    Write(folder / "store_load", fuzz_seeds::StoreLoadSeeds());
+    Write(folder / "client_receive", client_seeds::ClientReceiveSeeds());
+    return 0;
+}

@@ -1,0 +1,7 @@
+// libFuzzer target for loading a store file.
+#include "StoreLoadExercise.h"
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+    ExerciseStoreLoad(data, size);
+    return 0;
+}

@@ -1,0 +1,55 @@
+// Replays the inputs of the service's fuzz targets: their seeds, some damage done to the
+// store seeds, and every input that once broke a target (kept in fuzz/regressions/). Under
+// the sanitizer builds this catches again what a fuzzing run found before.
+#include <gtest/gtest.h>
+
+#include "KeptInputs.h"
+#include "ServiceSeeds.h"
+#include "StoreLoadExercise.h"
+
+namespace {
+
+template <class Exercise>
+void Replay(std::vector<fuzz_seeds::Seed> const& seeds, std::string const& target,
+            Exercise exercise) {
+    for (auto const& seed : seeds) {
+        SCOPED_TRACE(seed.name);
+        exercise(reinterpret_cast<std::uint8_t const*>(seed.bytes.data()), seed.bytes.size());
+    }
+    for (auto const& kept : KeptInputs("regressions/" + target)) {
+        SCOPED_TRACE(kept.name);
+        exercise(reinterpret_cast<std::uint8_t const*>(kept.bytes.data()), kept.bytes.size());
+    }
+}
+
+TEST(FuzzInputs, EveryRequestSeedIsAnsweredAndTheirRegressionsStayFixed) {
+    auto const seeds = fuzz_seeds::ServiceRequestSeeds();
+    ASSERT_GE(seeds.size(), 15u);
+    Replay(seeds, "service_request", ExerciseServiceRequests);
+}
+
+TEST(FuzzInputs, EveryAdminImportSeedIsAnswered) {
+    auto const seeds = fuzz_seeds::AdminImportSeeds();
+    ASSERT_EQ(seeds.size(), VellmarkAdmin::Resources().size() + 2);
+    Replay(seeds, "admin_import", ExerciseAdminImport);
+}
+
+TEST(FuzzInputs, StoreFilesLoadOrAreRefusedWhateverTheDamage) {
+    auto seeds = fuzz_seeds::StoreLoadSeeds();
+    ASSERT_EQ(seeds.size(), 2u);
+    auto const& seeded = seeds[1].bytes;
+    ASSERT_GT(seeded.size(), 4096u);
+    // Cut short, and single bytes changed, at the header and at page boundaries.
+    std::vector<fuzz_seeds::Seed> damaged;
+    for (std::size_t at : {std::size_t(0), std::size_t(16), std::size_t(100), std::size_t(4096),
+                           seeded.size() / 2, seeded.size() - 1}) {
+        damaged.push_back({"cut at " + std::to_string(at), seeded.substr(0, at)});
+        std::string flipped = seeded;
+        flipped[at] = static_cast<char>(flipped[at] ^ 0x5a);
+        damaged.push_back({"byte changed at " + std::to_string(at), flipped});
+    }
+    seeds.insert(seeds.end(), damaged.begin(), damaged.end());
+    Replay(seeds, "store_load", ExerciseStoreLoad);
+}
+
+}  // namespace

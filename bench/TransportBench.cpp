@@ -33,15 +33,15 @@
 #include <thread>
 #include <vector>
 
-#include "BreakThread.h"
-#include "IPCDirectory.h"
-#include "IPCServer.h"
-#include "Task.h"
-#include "VellmarkClientAPI.h"
 #include "VellmarkMessageId.pb.h"
 #include "VellmarkSources.pb.h"
-#include "transport/FrameCodec.h"
-#include "transport/FramedConnection.h"
+#include "client/VellmarkClientAPI.h"
+#include "platform/ipc/IPCDirectory.h"
+#include "platform/ipc/IPCServer.h"
+#include "platform/ipc/transport/FrameCodec.h"
+#include "platform/ipc/transport/FramedConnection.h"
+#include "platform/task/BreakThread.h"
+#include "platform/task/Task.h"
 
 namespace {
 
@@ -305,8 +305,8 @@ public:
         // in, and once its send queue for the connection passed 4 MiB it would drop the
         // client as a peer that does not read. Sending in batches inside the window keeps
         // the pipeline full while measuring the steady rate, not a burst into buffers.
-        std::uint64_t const window =
-            std::clamp<std::uint64_t>(Tarv::kMaxQueuedBytes / 4 / m_updateFrame.size(), 2, 500);
+        std::uint64_t const window = std::clamp<std::uint64_t>(
+            Tarv::ConnectionLimits::kMaxQueuedBytes / 4 / m_updateFrame.size(), 2, 500);
         std::uint64_t const batch = std::max<std::uint64_t>(window / 5, 1);
         std::uint64_t const base = m_acks.Count();
         std::uint64_t const deliveredBase = m_delivered.load();

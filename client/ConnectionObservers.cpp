@@ -2,7 +2,7 @@
 // that changes none of them (no log line, no member of theirs, no order).
 #include <algorithm>
 
-#include "VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
 
 CallbackConnection VellmarkClientAPI::AddConnectionObserver(std::function<void()> onConnected) {
     auto live = std::make_shared<std::atomic<bool>>(true);

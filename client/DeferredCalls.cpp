@@ -1,6 +1,6 @@
 // Work asked for while there is no router, kept until the next good connection.
-#include "LogLine.h"
-#include "VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/LogLine.h"
 
 void VellmarkClientAPI::SendOrDefer(DPrint::Level level, char const* queueLine,
                                     std::function<void()> send) {

@@ -1,9 +1,9 @@
 // Errors for input the library refuses, and their log form.
 #include <google/protobuf/generated_enum_reflection.h>
 
-#include "CallIfSet.h"
-#include "LogLine.h"
-#include "VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/CallIfSet.h"
+#include "client/internal/LogLine.h"
 
 namespace {
 // The general error class of every input the library refuses itself.

@@ -2,9 +2,9 @@
 // notification of its own, so both callbacks are kept in the client's slots.
 #include <google/protobuf/generated_enum_reflection.h>
 
-#include "CallIfSet.h"
-#include "LogLine.h"
-#include "VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/CallIfSet.h"
+#include "client/internal/LogLine.h"
 
 void VellmarkClientAPI::CreateGVAAccount(std::string const& tarvPersonID,
                                          std::string const& providerAccountID,

@@ -1,7 +1,7 @@
 // Storing presets on the service.
-#include "CallIfSet.h"
-#include "LogLine.h"
-#include "VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/CallIfSet.h"
+#include "client/internal/LogLine.h"
 
 void VellmarkClientAPI::StorePresets(VellmarkPB::VellmarkPresets const& presets,
                                      Callback<VellmarkPB::VellmarkPresets> const& onStored) {

@@ -1,8 +1,8 @@
 // The seven one-shot queries and their reply handlers.
-#include "CallIfSet.h"
-#include "LogLine.h"
-#include "StoreOnTask.h"
-#include "VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/CallIfSet.h"
+#include "client/internal/LogLine.h"
+#include "client/internal/StoreOnTask.h"
 
 // The log texts of one query; null where the query logs nothing at that step.
 struct VellmarkClientAPI::QueryTexts {

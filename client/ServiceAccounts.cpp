@@ -2,9 +2,9 @@
 // in its reply binding, so concurrent requests each get their own answer.
 #include <functional>
 
-#include "CallIfSet.h"
-#include "LogLine.h"
-#include "VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/CallIfSet.h"
+#include "client/internal/LogLine.h"
 
 using AcctOpEnvelope = VellmarkPB::VellmarkAcctOpEnvelope;
 

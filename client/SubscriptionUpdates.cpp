@@ -1,9 +1,9 @@
 // The handlers of pushed updates, and their acknowledgement to the service.
 #include <google/protobuf/generated_enum_reflection.h>
 
-#include "IPCMessageEnvelope.h"
-#include "LogLine.h"
-#include "VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/LogLine.h"
+#include "framework/ipc/IPCMessageEnvelope.h"
 
 namespace {
 

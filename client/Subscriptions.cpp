@@ -1,7 +1,7 @@
 // The eight subscriptions: storing the callback and attaching, or queuing, the handler.
-#include "LogLine.h"
-#include "StoreOnTask.h"
-#include "VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/LogLine.h"
+#include "client/internal/StoreOnTask.h"
 
 // The log texts of one subscription; null where it logs nothing at that step.
 struct VellmarkClientAPI::SubscribeTexts {

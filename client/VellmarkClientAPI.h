@@ -21,14 +21,14 @@
 #include <utility>
 #include <vector>
 
-#include "AsyncCallback.h"
-#include "ClientListener.h"
-#include "IPCMessageRouterIF.h"
-#include "LifetimeGuard.h"
-#include "NotifyTargetTaskIF.h"
 #include "VellmarkAcctOpEnvelope.pb.h"
-#include "VellmarkClientAPIIF.h"
 #include "VellmarkMessageId.pb.h"
+#include "client/VellmarkClientAPIIF.h"
+#include "framework/AsyncCallback.h"
+#include "framework/ipc/IPCMessageRouterIF.h"
+#include "framework/task/NotifyTargetTaskIF.h"
+#include "platform/ipc/ClientListener.h"
+#include "platform/task/LifetimeGuard.h"
 
 class VELLMARK_CLIENT_EXPORT VellmarkClientAPI : public VellmarkClientAPIIF {
 public:

@@ -19,10 +19,7 @@
 //   subscribe again to keep receiving updates.
 #include <string>
 
-#include "Callback.h"
-#include "DPrint.h"
 #include "Errors.pb.h"
-#include "VellmarkClientExport.h"
 #include "VellmarkDeleteGVA.pb.h"
 #include "VellmarkDeleteSrvcAccount.pb.h"
 #include "VellmarkGroups.pb.h"
@@ -32,6 +29,9 @@
 #include "VellmarkServiceAccounts.pb.h"
 #include "VellmarkSources.pb.h"
 #include "VellmarkSystemAssoicated.pb.h"
+#include "client/VellmarkClientExport.h"
+#include "framework/Callback.h"
+#include "platform/log/DPrint.h"
 
 class VELLMARK_CLIENT_EXPORT VellmarkClientAPIIF {
 public:

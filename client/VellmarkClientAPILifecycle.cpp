@@ -1,11 +1,11 @@
 // Construction, connection, disconnection and the standing notification attachments.
 #include <chrono>
 
-#include "BreakThread.h"
-#include "IPCDirectory.h"
-#include "IPCMessageRouterFactory.h"
-#include "LogLine.h"
-#include "VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/LogLine.h"
+#include "platform/ipc/IPCDirectory.h"
+#include "platform/ipc/IPCMessageRouterFactory.h"
+#include "platform/task/BreakThread.h"
 
 namespace {
 

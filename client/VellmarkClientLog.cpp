@@ -1,4 +1,4 @@
-#include "VellmarkClientLog.h"
+#include "client/VellmarkClientLog.h"
 
 namespace {
 // Built at library load, before any client exists, and kept until process exit.

@@ -3,28 +3,42 @@
 # VellmarkClient::VellmarkClient) and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS TarvLibs VellmarkLan VellmarkClient
+install(TARGETS VellmarkFramework TarvLibs VellmarkLan VellmarkClient
         EXPORT VellmarkClientTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS vellmarkd vellmarkctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
-# The client's headers and everything they include, the framework's headers a caller uses
-# beside them, and the generated schema headers.
-install(FILES
-          client/VellmarkClientAPI.h client/VellmarkClientAPIIF.h client/VellmarkClientExport.h
-          client/VellmarkClientLog.h
-          framework/AsyncCallback.h framework/Callback.h framework/IPCMessageEnvelope.h
-          framework/IPCMessageRouterIF.h
-          platform/AsyncCallbackImplBase.h platform/BreakThread.h platform/CallbackConnection.h
-          platform/CallbackList.h platform/ClientListener.h platform/ConnectorSocket.h
-          platform/DPrint.h platform/EntryQueue.h platform/IPCDirectory.h
-          platform/LifetimeGuard.h platform/NotifyTargetTaskIF.h platform/ProtoToMarkup.h
-          platform/Redact.h platform/StopNotifier.h platform/Task.h platform/WeakRef.h
-        DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR})
+# The public headers of the three libraries, each under include/VellmarkClient/ at the path
+# it has in the tree, so that their includes ("framework/task/...") hold once installed.
+set(VELLMARK_PUBLIC_HEADERS
+  client/VellmarkClientAPI.h client/VellmarkClientAPIIF.h client/VellmarkClientExport.h
+  client/VellmarkClientLog.h
+  framework/AsyncCallback.h framework/AsyncCallbackImplBase.h framework/Callback.h
+  framework/ipc/ConnectorSocket.h framework/ipc/IPCMessageEnvelope.h
+  framework/ipc/IPCMessageRouterIF.h
+  framework/task/CallbackConnection.h framework/task/NotifyTargetTaskIF.h
+  framework/task/WeakRef.h
+  platform/ipc/ClientListener.h platform/ipc/IPCDirectory.h platform/ipc/IPCFrameLimit.h
+  platform/ipc/IPCLog.h platform/ipc/IPCMessageRouterFactory.h platform/ipc/IPCServer.h
+  platform/ipc/PeerCredentials.h
+  platform/log/DPrint.h platform/log/ProtoToMarkup.h platform/log/Redact.h
+  platform/task/BreakThread.h platform/task/CallbackList.h platform/task/EntryQueue.h
+  platform/task/LifetimeGuard.h platform/task/StopNotifier.h platform/task/Task.h)
+foreach(header IN LISTS VELLMARK_PUBLIC_HEADERS)
+  get_filename_component(folder ${header} DIRECTORY)
+  install(FILES ${header} DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR}/${folder})
+endforeach()
+# The client's own headers are reached as <VellmarkClient/VellmarkClientAPI.h> too.
+foreach(header VellmarkClientAPI.h VellmarkClientAPIIF.h VellmarkClientLog.h)
+  set(forwarder ${CMAKE_CURRENT_BINARY_DIR}/forwarding/${header})
+  file(WRITE ${forwarder} "#pragma once\n#include \"client/${header}\"\n")
+  install(FILES ${forwarder} DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR})
+endforeach()
 install(DIRECTORY ${VELLMARK_PROTO_OUT}/ DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.pb.h"
         PATTERN "IPCFrame.pb.h" EXCLUDE
-        PATTERN "VellmarkAdmin.pb.h" EXCLUDE)
+        PATTERN "VellmarkAdmin.pb.h" EXCLUDE
+        PATTERN "tests" EXCLUDE)
 install(DIRECTORY Protobufs/ lan/ DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR}/proto
         FILES_MATCHING PATTERN "*.proto")
 

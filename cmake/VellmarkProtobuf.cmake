@@ -2,13 +2,17 @@
 #
 # Every schema is compiled relative to its own import root, so that it registers in the
 # descriptor pool under the plain name other schemas import it by ("Errors.proto",
-# "ProtoToMarkup/MarkupOptions.proto"). All generated files go under one folder, which
-# the targets below put on their include path.
+# "ProtoToMarkup/MarkupOptions.proto"). All generated files go under one folder, the
+# second include root beside the repository's, where the generated headers find each
+# other by the names their schemas import.
 set(VELLMARK_PROTO_OUT ${CMAKE_BINARY_DIR}/generated)
 set(VELLMARK_PROTO_ROOTS
-    ${PROJECT_SOURCE_DIR}/platform
+    ${PROJECT_SOURCE_DIR}/framework/ipc
+    ${PROJECT_SOURCE_DIR}/platform/log
+    ${PROJECT_SOURCE_DIR}/platform/ipc/transport
     ${PROJECT_SOURCE_DIR}/lan
-    ${PROJECT_SOURCE_DIR}/Protobufs)
+    ${PROJECT_SOURCE_DIR}/Protobufs
+    ${PROJECT_SOURCE_DIR}/admin)
 file(MAKE_DIRECTORY ${VELLMARK_PROTO_OUT})
 # Every schema of every root: a change to an imported file regenerates its importers too.
 set(VELLMARK_PROTO_FILES)

@@ -21,8 +21,8 @@
 #include <tuple>
 #include <utility>
 
-#include "AsyncCallbackImplBase.h"
-#include "NotifyTargetTaskIF.h"
+#include "framework/AsyncCallbackImplBase.h"
+#include "framework/task/NotifyTargetTaskIF.h"
 
 namespace detail {
 

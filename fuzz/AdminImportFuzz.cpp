@@ -1,5 +1,5 @@
 // libFuzzer target for the admin imports: put and seed (and --seed, which seeds the same way).
-#include "ServiceExercise.h"
+#include "fuzz/ServiceExercise.h"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     ExerciseAdminImport(data, size);

@@ -13,11 +13,6 @@
 #include <string>
 #include <vector>
 
-#include "ConnectionDriver.h"
-#include "FuzzInput.h"
-#include "ManualTask.h"
-#include "VellmarkClientAPI.h"
-#include "VellmarkClientLog.h"
 #include "VellmarkDeleteGVA.pb.h"
 #include "VellmarkGroups.pb.h"
 #include "VellmarkPersons.pb.h"
@@ -25,6 +20,11 @@
 #include "VellmarkProductSettings.pb.h"
 #include "VellmarkSources.pb.h"
 #include "VellmarkSystemAssoicated.pb.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/VellmarkClientLog.h"
+#include "fuzz/FuzzInput.h"
+#include "platform/testing/ConnectionDriver.h"
+#include "platform/testing/ManualTask.h"
 
 namespace client_receive_exercise {
 

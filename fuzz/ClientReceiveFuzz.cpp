@@ -1,6 +1,6 @@
 // libFuzzer target for the client's receive path: envelopes, decoding, callbacks, handlers,
 // dumps.
-#include "ClientReceiveExercise.h"
+#include "fuzz/ClientReceiveExercise.h"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     ExerciseClientReceive(data, size);

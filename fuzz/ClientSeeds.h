@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "Json.h"
 #include "VellmarkAcctOpEnvelope.pb.h"
 #include "VellmarkAdmin.pb.h"
+#include "admin/Json.h"
 
 namespace client_seeds {
 

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "transport/FrameCodec.h"
+#include "platform/ipc/transport/FrameCodec.h"
 
 namespace frame_decoder_exercise {
 

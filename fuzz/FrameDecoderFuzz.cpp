@@ -1,5 +1,5 @@
 // libFuzzer target for the frame decoder.
-#include "FrameDecoderExercise.h"
+#include "fuzz/FrameDecoderExercise.h"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     ExerciseFrameDecoder(data, size);

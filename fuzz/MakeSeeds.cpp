@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "ClientSeeds.h"
-#include "ServiceSeeds.h"
+#include "fuzz/ClientSeeds.h"
+#include "fuzz/ServiceSeeds.h"
 
 namespace {
 

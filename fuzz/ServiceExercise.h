@@ -20,15 +20,15 @@
 #include <string>
 #include <vector>
 
-#include "AdminProtocol.h"
-#include "FuzzInput.h"
-#include "IPCDirectory.h"
-#include "IPCFrameLimit.h"
 #include "VellmarkMessageId.pb.h"
-#include "VellmarkService.h"
-#include "transport/FrameCodec.h"
-#include "transport/FramedConnection.h"
-#include "transport/IPCLog.h"
+#include "admin/AdminProtocol.h"
+#include "fuzz/FuzzInput.h"
+#include "platform/ipc/IPCDirectory.h"
+#include "platform/ipc/IPCFrameLimit.h"
+#include "platform/ipc/IPCLog.h"
+#include "platform/ipc/transport/FrameCodec.h"
+#include "platform/ipc/transport/FramedConnection.h"
+#include "service/VellmarkService.h"
 
 namespace service_exercise {
 

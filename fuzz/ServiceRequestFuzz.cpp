@@ -1,5 +1,5 @@
 // libFuzzer target for the service's request path: frames, through the handlers, to the store.
-#include "ServiceExercise.h"
+#include "fuzz/ServiceExercise.h"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     ExerciseServiceRequests(data, size);

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "AdminProtocol.h"
-#include "Catalog.h"
-#include "Json.h"
-#include "ServiceExercise.h"
 #include "VellmarkMessageId.pb.h"
+#include "admin/AdminProtocol.h"
+#include "admin/Json.h"
+#include "fuzz/ServiceExercise.h"
+#include "service/Catalog.h"
 
 namespace fuzz_seeds {
 

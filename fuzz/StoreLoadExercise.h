@@ -7,8 +7,8 @@
 #include <fstream>
 #include <string>
 
-#include "Catalog.h"
-#include "ServiceExercise.h"
+#include "fuzz/ServiceExercise.h"
+#include "service/Catalog.h"
 
 namespace store_load_exercise {
 

@@ -1,5 +1,5 @@
 // libFuzzer target for loading a store file.
-#include "StoreLoadExercise.h"
+#include "fuzz/StoreLoadExercise.h"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     ExerciseStoreLoad(data, size);

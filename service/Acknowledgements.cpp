@@ -1,7 +1,7 @@
-#include "Acknowledgements.h"
+#include "service/Acknowledgements.h"
 
-#include "AdminProtocol.h"
-#include "Catalog.h"
+#include "admin/AdminProtocol.h"
+#include "service/Catalog.h"
 
 void Acknowledgements::Record(unsigned int updateId, std::uint64_t session) {
     ++m_counts[updateId];

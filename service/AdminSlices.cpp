@@ -1,8 +1,8 @@
-#include "AdminSlices.h"
+#include "service/AdminSlices.h"
 
 #include <algorithm>
 
-#include "AdminProtocol.h"
+#include "admin/AdminProtocol.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "Catalog.h"
+#include "service/Catalog.h"
 
 #include <google/protobuf/message.h>
 
@@ -6,8 +6,8 @@
 #include <ctime>
 #include <stdexcept>
 
-#include "Sensitivity.h"
 #include "VellmarkSources.pb.h"
+#include "admin/Sensitivity.h"
 
 using VellmarkAdmin::Masked;
 using VellmarkAdmin::Sensitivity;

@@ -28,14 +28,14 @@
 #include <string>
 #include <variant>
 
-#include "AdminProtocol.h"
 #include "Errors.pb.h"
-#include "IPCFrameLimit.h"
-#include "Store.h"
 #include "VellmarkAcctOpEnvelope.pb.h"
 #include "VellmarkAdmin.pb.h"
 #include "VellmarkDeleteGVA.pb.h"
 #include "VellmarkPresets.pb.h"
+#include "admin/AdminProtocol.h"
+#include "platform/ipc/IPCFrameLimit.h"
+#include "service/store/Store.h"
 
 // Names of the resources changed by one operation.
 using Changes = std::set<std::string>;

@@ -1,4 +1,4 @@
-#include "DelayedRunner.h"
+#include "service/DelayedRunner.h"
 
 DelayedRunner::DelayedRunner() : m_thread([this] { Run(); }) {}
 

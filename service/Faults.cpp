@@ -1,4 +1,4 @@
-#include "Faults.h"
+#include "service/Faults.h"
 
 void Faults::FailNext(unsigned int id, unsigned int count, std::optional<VellmarkPB::Error> error) {
     if (count == 0) {

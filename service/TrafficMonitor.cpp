@@ -1,4 +1,4 @@
-#include "TrafficMonitor.h"
+#include "service/TrafficMonitor.h"
 
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/message.h>
@@ -6,10 +6,10 @@
 #include <chrono>
 #include <ctime>
 
-#include "AdminProtocol.h"
-#include "Json.h"
-#include "Sensitivity.h"
 #include "VellmarkAdmin.pb.h"
+#include "admin/AdminProtocol.h"
+#include "admin/Json.h"
+#include "admin/Sensitivity.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <mutex>
 #include <vector>
 
-#include "IPCServer.h"
+#include "platform/ipc/IPCServer.h"
 
 class TrafficMonitor {
 public:

@@ -1,11 +1,11 @@
-#include "VellmarkService.h"
+#include "service/VellmarkService.h"
 
 #include <future>
 
-#include "BreakThread.h"
-#include "Json.h"
 #include "VellmarkMessageId.pb.h"
 #include "VellmarkServiceAccounts.pb.h"
+#include "admin/Json.h"
+#include "platform/task/BreakThread.h"
 
 using VellmarkPB::MessageId;
 

@@ -14,17 +14,17 @@
 #include <optional>
 #include <string>
 
-#include "Acknowledgements.h"
-#include "AdminSlices.h"
-#include "Catalog.h"
-#include "DPrint.h"
-#include "DelayedRunner.h"
-#include "Faults.h"
-#include "IPCServer.h"
-#include "Store.h"
-#include "Task.h"
-#include "TrafficMonitor.h"
 #include "VellmarkAdmin.pb.h"
+#include "platform/ipc/IPCServer.h"
+#include "platform/log/DPrint.h"
+#include "platform/task/Task.h"
+#include "service/Acknowledgements.h"
+#include "service/AdminSlices.h"
+#include "service/Catalog.h"
+#include "service/DelayedRunner.h"
+#include "service/Faults.h"
+#include "service/TrafficMonitor.h"
+#include "service/store/Store.h"
 
 class VellmarkService {
 public:

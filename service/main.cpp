@@ -12,11 +12,11 @@
 #include <filesystem>
 #include <iostream>
 
-#include "IPCDirectory.h"
-#include "IPCFrameLimit.h"
-#include "Json.h"
-#include "VellmarkService.h"
-#include "transport/IPCLog.h"
+#include "admin/Json.h"
+#include "platform/ipc/IPCDirectory.h"
+#include "platform/ipc/IPCFrameLimit.h"
+#include "platform/ipc/IPCLog.h"
+#include "service/VellmarkService.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <sstream>
 #include <thread>
 
-#include "AdminClient.h"
-#include "AdminProtocol.h"
-#include "Commands.h"
-#include "Json.h"
+#include "admin/AdminClient.h"
+#include "admin/AdminProtocol.h"
+#include "admin/Json.h"
+#include "tools/Commands.h"
 
 namespace Ctl {
 namespace {

@@ -3,17 +3,17 @@
 #include <map>
 #include <memory>
 
-#include "AdminProtocol.h"
-#include "BreakThread.h"
-#include "Commands.h"
-#include "IPCDirectory.h"
-#include "Json.h"
-#include "Sensitivity.h"
-#include "Task.h"
-#include "VellmarkClientAPI.h"
 #include "VellmarkDeleteGVA.pb.h"
 #include "VellmarkDeleteSrvcAccount.pb.h"
 #include "VellmarkMessageId.pb.h"
+#include "admin/AdminProtocol.h"
+#include "admin/Json.h"
+#include "admin/Sensitivity.h"
+#include "client/VellmarkClientAPI.h"
+#include "platform/ipc/IPCDirectory.h"
+#include "platform/task/BreakThread.h"
+#include "platform/task/Task.h"
+#include "tools/Commands.h"
 
 namespace Ctl {
 namespace {

@@ -1,12 +1,12 @@
-#include "Command.h"
+#include "tools/Command.h"
 
 #include <iostream>
 #include <memory>
 
-#include "IPCFrameLimit.h"
-#include "Json.h"
-#include "Sensitivity.h"
 #include "VellmarkMessageId.pb.h"
+#include "admin/Json.h"
+#include "admin/Sensitivity.h"
+#include "platform/ipc/IPCFrameLimit.h"
 
 namespace Ctl {
 

@@ -6,7 +6,7 @@
 
 #include <functional>
 
-#include "Command.h"
+#include "tools/Command.h"
 
 namespace Ctl {
 

@@ -3,12 +3,12 @@
 // endpoint). Results are JSON documents on standard output, one per reply or update.
 #include <iostream>
 
-#include "Commands.h"
-#include "IPCDirectory.h"
-#include "IPCFrameLimit.h"
-#include "Json.h"
-#include "VellmarkClientLog.h"
-#include "transport/IPCLog.h"
+#include "admin/Json.h"
+#include "client/VellmarkClientLog.h"
+#include "platform/ipc/IPCDirectory.h"
+#include "platform/ipc/IPCFrameLimit.h"
+#include "platform/ipc/IPCLog.h"
+#include "tools/Commands.h"
 
 int main(int argc, char** argv) {
     VellmarkJson::QuietenKnownWarnings();

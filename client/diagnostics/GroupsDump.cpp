@@ -1,7 +1,7 @@
 // The field-by-field dump of the groups; its levels are fixed whatever level is asked for.
-#include "../LogLine.h"
-#include "../VellmarkClientAPI.h"
-#include "ProtoToMarkup.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/LogLine.h"
+#include "platform/log/ProtoToMarkup.h"
 
 void VellmarkClientAPI::PrintGroupsProtobuf(VellmarkPB::VellmarkGroups const& groups,
                                             DPrint::Level const&) {

@@ -1,6 +1,6 @@
 // The dump of the persons list: each entry's key is the person, its value the role.
-#include "../LogLine.h"
-#include "../VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/LogLine.h"
 
 void VellmarkClientAPI::PrintPersonsInfoProtobuff(VellmarkPB::persons const& persons) {
     char const* const function = "PrintPersonsInfoProtobuff";

@@ -1,6 +1,6 @@
 // The field-by-field dump of a presets list.
-#include "../LogLine.h"
-#include "../VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/LogLine.h"
 
 void VellmarkClientAPI::PrintPresets(VellmarkPB::VellmarkPresets const& presets) {
     char const* const function = "PrintPresets";

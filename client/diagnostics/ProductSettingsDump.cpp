@@ -1,8 +1,8 @@
 // The field-by-field dump of the product settings.
 #include <iomanip>
 
-#include "../LogLine.h"
-#include "../VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/LogLine.h"
 
 void VellmarkClientAPI::PrintProductSettingsProtobuff(VellmarkPB::ProductSettings settings) {
     char const* const function = "PrintProductSettingsProtobuff";

@@ -1,6 +1,6 @@
 // A masked copy of a service account: its identifiers and refresh tokens only, on purpose.
-#include "../VellmarkClientAPI.h"
-#include "Redact.h"
+#include "client/VellmarkClientAPI.h"
+#include "platform/log/Redact.h"
 
 namespace {
 char const kIdFill = '-';

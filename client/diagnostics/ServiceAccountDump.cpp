@@ -1,6 +1,6 @@
 // The dump of a service account in a GVA reply; nothing is masked here.
-#include "../LogLine.h"
-#include "../VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/LogLine.h"
 
 void VellmarkClientAPI::PrintServiceAccountResponse(VellmarkPB::serviceAccounts const& account) {
     char const* const function = "PrintServiceAccountResponse";

@@ -1,7 +1,7 @@
 // The field-by-field dump of a sources list; identifiers masked at level 3.
-#include "../LogLine.h"
-#include "../VellmarkClientAPI.h"
-#include "Redact.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/internal/LogLine.h"
+#include "platform/log/Redact.h"
 
 void VellmarkClientAPI::PrintSourcesProtobuf(VellmarkPB::sources const& sources,
                                              DPrint::Level const& level) {

@@ -6,8 +6,8 @@
 #include <iostream>
 #include <mutex>
 
-#include "Task.h"
-#include "VellmarkClientAPI.h"
+#include <VellmarkClient/VellmarkClientAPI.h>
+#include <VellmarkClient/platform/task/Task.h>
 
 int main() {
     IL::Task task("example");

@@ -1,4 +1,4 @@
-#include "ConnectionDriver.h"
+#include "platform/testing/ConnectionDriver.h"
 
 #include <atomic>
 #include <mutex>

@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "ClientListener.h"
-#include "FakeRouter.h"
-#include "IPCMessageRouterFactory.h"
+#include "platform/ipc/ClientListener.h"
+#include "platform/ipc/IPCMessageRouterFactory.h"
+#include "platform/testing/FakeRouter.h"
 
 class ConnectionDriver {
 public:

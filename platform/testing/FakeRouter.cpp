@@ -1,4 +1,4 @@
-#include "FakeRouter.h"
+#include "platform/testing/FakeRouter.h"
 
 #include <utility>
 

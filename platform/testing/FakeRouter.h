@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "CallbackList.h"
-#include "IPCMessageRouterIF.h"
+#include "framework/ipc/IPCMessageRouterIF.h"
+#include "platform/task/CallbackList.h"
 
 class FakeRouter final : public IPCMessageRouterIF {
 public:

@@ -1,4 +1,4 @@
-#include "LogCapture.h"
+#include "platform/testing/LogCapture.h"
 
 #include <ostream>
 #include <utility>

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "DPrint.h"
+#include "platform/log/DPrint.h"
 
 class LogCapture {
 public:

@@ -1,4 +1,4 @@
-#include "ManualTask.h"
+#include "platform/testing/ManualTask.h"
 
 ManualTask::~ManualTask() {
     Stop();

@@ -6,9 +6,9 @@
 #include <cstddef>
 #include <memory>
 
-#include "EntryQueue.h"
-#include "NotifyTargetTaskIF.h"
-#include "StopNotifier.h"
+#include "framework/task/NotifyTargetTaskIF.h"
+#include "platform/task/EntryQueue.h"
+#include "platform/task/StopNotifier.h"
 
 class ManualTask final : public NotifyTargetTaskIF {
 public:

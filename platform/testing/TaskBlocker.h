@@ -6,8 +6,8 @@
 // inside the entry after the blocker itself is gone.
 #include <memory>
 
-#include "BreakThread.h"
-#include "Latch.h"
+#include "platform/task/BreakThread.h"
+#include "platform/testing/Latch.h"
 
 class TaskBlocker {
 public:

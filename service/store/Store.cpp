@@ -1,4 +1,4 @@
-#include "Store.h"
+#include "service/store/Store.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <string_view>
 
-#include "Sensitivity.h"
+#include "admin/Sensitivity.h"
 
 namespace {
 

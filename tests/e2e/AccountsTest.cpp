@@ -1,5 +1,5 @@
 // Service-account and GVA operations against the real vellmarkd: success and refusal.
-#include "ServiceFixture.h"
+#include "tests/e2e/ServiceFixture.h"
 
 namespace e2e {
 namespace {

@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "ChildLauncher.h"
+#include "tests/e2e/ChildLauncher.h"
 
 extern char** environ;
 

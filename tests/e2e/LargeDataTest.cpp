@@ -1,7 +1,7 @@
 // Nothing silently lost to the frame limit: writes that would make an answer too big are
 // refused, a request too big is refused before it is sent, and the backup goes through at
 // any size the service accepts.
-#include "ServiceFixture.h"
+#include "tests/e2e/ServiceFixture.h"
 
 namespace e2e {
 namespace {

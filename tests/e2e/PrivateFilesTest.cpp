@@ -2,7 +2,7 @@
 // folders it makes, a runtime folder others could write to, and host paths in errors.
 #include <sys/stat.h>
 
-#include "ServiceFixture.h"
+#include "tests/e2e/ServiceFixture.h"
 
 namespace e2e {
 namespace {

@@ -1,7 +1,7 @@
 // vellmarkctl and vellmarkd as a person runs them: output, errors and exit codes.
 #include <sys/stat.h>
 
-#include "ServiceFixture.h"
+#include "tests/e2e/ServiceFixture.h"
 
 namespace e2e {
 namespace {

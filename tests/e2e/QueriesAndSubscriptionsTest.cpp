@@ -1,5 +1,5 @@
 // Every query and every subscription against the real vellmarkd.
-#include "ServiceFixture.h"
+#include "tests/e2e/ServiceFixture.h"
 
 namespace e2e {
 namespace {

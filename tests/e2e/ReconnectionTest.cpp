@@ -1,6 +1,6 @@
 // Subscriptions that come back: an application hears of every new connection and
 // subscribes again, so updates flow after each restart of the service.
-#include "ServiceFixture.h"
+#include "tests/e2e/ServiceFixture.h"
 
 namespace e2e {
 namespace {

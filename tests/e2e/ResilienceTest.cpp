@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <set>
 
-#include "LogCapture.h"
-#include "Redact.h"
-#include "ServiceFixture.h"
-#include "VellmarkClientLog.h"
+#include "client/VellmarkClientLog.h"
+#include "platform/log/Redact.h"
+#include "platform/testing/LogCapture.h"
+#include "tests/e2e/ServiceFixture.h"
 
 namespace e2e {
 namespace {

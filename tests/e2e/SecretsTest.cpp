@@ -1,8 +1,8 @@
 // Secrets stay secret: every command of vellmarkctl masks tokens, identifiers and user
 // names by default, the monitor always does, the backup is faithful unless asked to
 // redact, and the service's log never holds a clear secret, at any level.
-#include "Redact.h"
-#include "ServiceFixture.h"
+#include "platform/log/Redact.h"
+#include "tests/e2e/ServiceFixture.h"
 
 namespace e2e {
 namespace {

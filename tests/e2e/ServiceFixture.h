@@ -14,16 +14,16 @@
 #include <string>
 #include <vector>
 
-#include "AdminClient.h"
-#include "AdminProtocol.h"
-#include "ChildProcess.h"
-#include "IPCDirectory.h"
-#include "Inbox.h"
-#include "Json.h"
-#include "Sensitivity.h"
-#include "Task.h"
 #include "VellmarkAdmin.pb.h"
-#include "VellmarkClientAPI.h"
+#include "admin/AdminClient.h"
+#include "admin/AdminProtocol.h"
+#include "admin/Json.h"
+#include "admin/Sensitivity.h"
+#include "client/VellmarkClientAPI.h"
+#include "platform/ipc/IPCDirectory.h"
+#include "platform/task/Task.h"
+#include "platform/testing/Inbox.h"
+#include "tests/e2e/ChildProcess.h"
 
 namespace e2e {
 

@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "IPCMessageRouterFactory.h"
-#include "ServiceFixture.h"
+#include "platform/ipc/IPCMessageRouterFactory.h"
+#include "tests/e2e/ServiceFixture.h"
 
 namespace e2e {
 namespace {

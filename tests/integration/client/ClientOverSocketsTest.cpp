@@ -3,12 +3,12 @@
 // service exists, and a service restart.
 #include <thread>
 
-#include "../transport/TransportTestSupport.h"
-#include "LogCapture.h"
-#include "Task.h"
-#include "VellmarkClientAPI.h"
-#include "VellmarkClientLog.h"
 #include "VellmarkMessageId.pb.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/VellmarkClientLog.h"
+#include "platform/task/Task.h"
+#include "platform/testing/LogCapture.h"
+#include "tests/integration/transport/TransportTestSupport.h"
 
 namespace transport_test {
 namespace {

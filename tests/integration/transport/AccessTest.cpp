@@ -5,9 +5,9 @@
 
 #include <fstream>
 
-#include "LogCapture.h"
-#include "TransportTestSupport.h"
-#include "transport/IPCLog.h"
+#include "platform/ipc/IPCLog.h"
+#include "platform/testing/LogCapture.h"
+#include "tests/integration/transport/TransportTestSupport.h"
 
 namespace transport_test {
 namespace {

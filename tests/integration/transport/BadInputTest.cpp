@@ -1,9 +1,9 @@
 // Bytes no router would send: each closes its own connection with one log line, and the
 // other connections, and the server, go on.
-#include "LogCapture.h"
-#include "TransportTestSupport.h"
-#include "transport/FrameCodec.h"
-#include "transport/IPCLog.h"
+#include "platform/ipc/IPCLog.h"
+#include "platform/ipc/transport/FrameCodec.h"
+#include "platform/testing/LogCapture.h"
+#include "tests/integration/transport/TransportTestSupport.h"
 
 namespace transport_test {
 namespace {

@@ -3,10 +3,10 @@
 
 #include <thread>
 
-#include "LogCapture.h"
-#include "TransportTestSupport.h"
-#include "transport/FramedConnection.h"
-#include "transport/IPCLog.h"
+#include "platform/ipc/IPCLog.h"
+#include "platform/ipc/transport/FramedConnection.h"
+#include "platform/testing/LogCapture.h"
+#include "tests/integration/transport/TransportTestSupport.h"
 
 namespace transport_test {
 namespace {
@@ -43,7 +43,7 @@ TEST(FramedConnection, FramesFromSeveralThreadsArriveWholeAndInEachThreadsOrder)
     // under the 4 MiB queue bound even if the reader takes nothing until the end, so the
     // outcome does not depend on how fast the IO thread reads.
     constexpr int kEach = 250;
-    static_assert(kThreads * kEach * 3100 < Tarv::kMaxQueuedBytes);
+    static_assert(kThreads * kEach * 3100 < Tarv::ConnectionLimits::kMaxQueuedBytes);
     Pair pair;
     ASSERT_TRUE(pair.writer);
     pair.reader = Tarv::FramedConnection::Adopt(pair.peerFd, "reader");

@@ -1,12 +1,12 @@
 // Requests, responses, notifications and one-way messages over real sockets.
 #include <thread>
 
-#include "AsyncCallback.h"
-#include "LogCapture.h"
-#include "Task.h"
-#include "TransportTestSupport.h"
 #include "VellmarkSources.pb.h"
-#include "transport/IPCLog.h"
+#include "framework/AsyncCallback.h"
+#include "platform/ipc/IPCLog.h"
+#include "platform/task/Task.h"
+#include "platform/testing/LogCapture.h"
+#include "tests/integration/transport/TransportTestSupport.h"
 
 namespace transport_test {
 namespace {

@@ -21,11 +21,11 @@
 #include <string>
 #include <vector>
 
-#include "ClientListener.h"
-#include "IPCDirectory.h"
-#include "IPCMessageRouterFactory.h"
-#include "IPCServer.h"
-#include "Inbox.h"
+#include "platform/ipc/ClientListener.h"
+#include "platform/ipc/IPCDirectory.h"
+#include "platform/ipc/IPCMessageRouterFactory.h"
+#include "platform/ipc/IPCServer.h"
+#include "platform/testing/Inbox.h"
 
 namespace transport_test {
 

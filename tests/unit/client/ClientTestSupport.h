@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "ConnectionDriver.h"
-#include "LogCapture.h"
-#include "ManualTask.h"
-#include "VellmarkClientAPI.h"
-#include "VellmarkClientLog.h"
+#include "client/VellmarkClientAPI.h"
+#include "client/VellmarkClientLog.h"
+#include "platform/testing/ConnectionDriver.h"
+#include "platform/testing/LogCapture.h"
+#include "platform/testing/ManualTask.h"
 
 // Reaches the client's private dumps and error helpers.
 class VellmarkClientAPITestPeer {

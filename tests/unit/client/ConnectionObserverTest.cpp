@@ -1,6 +1,6 @@
 // The connection observer: an application hears of every new connection on the client's
 // task, once the connection is ready, and nothing the client otherwise does changes.
-#include "ClientTestSupport.h"
+#include "tests/unit/client/ClientTestSupport.h"
 
 namespace {
 

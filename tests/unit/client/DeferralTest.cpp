@@ -3,7 +3,7 @@
 // connection. Also the order of replay and the queue's edge cases.
 #include <functional>
 
-#include "ClientTestSupport.h"
+#include "tests/unit/client/ClientTestSupport.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "ClientTestSupport.h"
-#include "ProtoToMarkup.h"
-#include "Redact.h"
+#include "platform/log/ProtoToMarkup.h"
+#include "platform/log/Redact.h"
+#include "tests/unit/client/ClientTestSupport.h"
 
 namespace {
 

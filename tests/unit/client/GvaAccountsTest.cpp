@@ -1,7 +1,7 @@
 // Voice-assistant (GVA) account operations, their replies and their error notifications.
 #include <google/protobuf/util/message_differencer.h>
 
-#include "ClientTestSupport.h"
+#include "tests/unit/client/ClientTestSupport.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // destruction of the client.
 #include <chrono>
 
-#include "ClientTestSupport.h"
+#include "tests/unit/client/ClientTestSupport.h"
 
 namespace {
 

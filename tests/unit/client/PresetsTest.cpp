@@ -1,5 +1,5 @@
 // Storing presets and the handling of the stored list.
-#include "ClientTestSupport.h"
+#include "tests/unit/client/ClientTestSupport.h"
 
 namespace {
 

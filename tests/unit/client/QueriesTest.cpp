@@ -1,5 +1,5 @@
 // The seven queries: their lines, requests, reply handlers and stored callbacks.
-#include "ClientTestSupport.h"
+#include "tests/unit/client/ClientTestSupport.h"
 
 namespace {
 

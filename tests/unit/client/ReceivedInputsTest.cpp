@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <map>
 
-#include "ClientReceiveExercise.h"
-#include "ClientSeeds.h"
-#include "KeptInputs.h"
+#include "fuzz/ClientReceiveExercise.h"
+#include "fuzz/ClientSeeds.h"
+#include "fuzz/KeptInputs.h"
 
 namespace {
 

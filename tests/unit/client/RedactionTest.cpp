@@ -8,8 +8,8 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/util/message_differencer.h>
 
-#include "ClientTestSupport.h"
-#include "Redact.h"
+#include "platform/log/Redact.h"
+#include "tests/unit/client/ClientTestSupport.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Creating, updating and deleting service accounts.
 #include <google/protobuf/util/message_differencer.h>
 
-#include "ClientTestSupport.h"
+#include "tests/unit/client/ClientTestSupport.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The subscriptions: registration, update handling and the cloud-sync acknowledgement.
-#include "ClientTestSupport.h"
+#include "tests/unit/client/ClientTestSupport.h"
 
 namespace {
 

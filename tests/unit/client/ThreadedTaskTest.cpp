@@ -5,12 +5,12 @@
 #include <mutex>
 #include <thread>
 
-#include "BreakThread.h"
-#include "ConnectionDriver.h"
-#include "Latch.h"
-#include "Task.h"
-#include "TaskBlocker.h"
-#include "VellmarkClientAPI.h"
+#include "client/VellmarkClientAPI.h"
+#include "platform/task/BreakThread.h"
+#include "platform/task/Task.h"
+#include "platform/testing/ConnectionDriver.h"
+#include "platform/testing/Latch.h"
+#include "platform/testing/TaskBlocker.h"
 
 namespace {
 

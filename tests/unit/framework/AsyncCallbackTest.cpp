@@ -1,4 +1,4 @@
-#include "AsyncCallback.h"
+#include "framework/AsyncCallback.h"
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "ConnectorSocket.h"
-#include "ManualTask.h"
-#include "WeakRef.h"
+#include "framework/ipc/ConnectorSocket.h"
+#include "framework/task/WeakRef.h"
+#include "platform/testing/ManualTask.h"
 
 namespace {
 

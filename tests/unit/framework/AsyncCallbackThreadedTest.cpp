@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
-#include "AsyncCallback.h"
-#include "ConnectorSocket.h"
-#include "Latch.h"
-#include "Task.h"
-#include "TaskBlocker.h"
+#include "framework/AsyncCallback.h"
+#include "framework/ipc/ConnectorSocket.h"
+#include "platform/task/Task.h"
+#include "platform/testing/Latch.h"
+#include "platform/testing/TaskBlocker.h"
 
 namespace {
 

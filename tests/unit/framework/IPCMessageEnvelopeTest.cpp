@@ -1,4 +1,4 @@
-#include "IPCMessageEnvelope.h"
+#include "framework/ipc/IPCMessageEnvelope.h"
 
 #include <gtest/gtest.h>
 

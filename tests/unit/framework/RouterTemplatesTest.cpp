@@ -3,11 +3,11 @@
 
 #include <vector>
 
-#include "AsyncCallback.h"
-#include "FakeRouter.h"
-#include "ManualTask.h"
 #include "VellmarkGroups.pb.h"
 #include "VellmarkSources.pb.h"
+#include "framework/AsyncCallback.h"
+#include "platform/testing/FakeRouter.h"
+#include "platform/testing/ManualTask.h"
 
 namespace {
 

@@ -5,12 +5,8 @@
 #include <memory>
 #include <vector>
 
-#include "AsyncCallback.h"
-#include "ConnectorSocket.h"
 #include "Errors.pb.h"
-#include "FakeRouter.h"
 #include "LocalProducts.pb.h"
-#include "ManualTask.h"
 #include "VellmarkAcctOpEnvelope.pb.h"
 #include "VellmarkDeleteGVA.pb.h"
 #include "VellmarkDeleteSrvcAccount.pb.h"
@@ -21,6 +17,10 @@
 #include "VellmarkServiceAccounts.pb.h"
 #include "VellmarkSources.pb.h"
 #include "VellmarkSystemAssoicated.pb.h"
+#include "framework/AsyncCallback.h"
+#include "framework/ipc/ConnectorSocket.h"
+#include "platform/testing/FakeRouter.h"
+#include "platform/testing/ManualTask.h"
 
 // The argument types the client instantiates AsyncCallback with.
 template class AsyncCallback<void>;

@@ -1,8 +1,8 @@
-#include "BreakThread.h"
+#include "platform/task/BreakThread.h"
 
 #include <gtest/gtest.h>
 
-#include "ManualTask.h"
+#include "platform/testing/ManualTask.h"
 
 namespace {
 

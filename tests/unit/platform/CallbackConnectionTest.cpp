@@ -1,8 +1,8 @@
-#include "CallbackConnection.h"
+#include "framework/task/CallbackConnection.h"
 
 #include <gtest/gtest.h>
 
-#include "CallbackList.h"
+#include "platform/task/CallbackList.h"
 
 namespace {
 

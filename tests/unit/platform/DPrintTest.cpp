@@ -14,8 +14,8 @@
 
 #include <gtest/gtest.h>
 
-#include "DPrint.h"
-#include "LogCapture.h"
+#include "platform/log/DPrint.h"
+#include "platform/testing/LogCapture.h"
 
 namespace {
 

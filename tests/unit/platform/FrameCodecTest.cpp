@@ -1,7 +1,7 @@
 // The framing of IPC connections: length-delimited frames, cut from a byte stream.
 #include <gtest/gtest.h>
 
-#include "transport/FrameCodec.h"
+#include "platform/ipc/transport/FrameCodec.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <iterator>
 #include <vector>
 
-#include "FrameDecoderExercise.h"
-#include "KeptInputs.h"
+#include "fuzz/FrameDecoderExercise.h"
+#include "fuzz/KeptInputs.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // The frame limit: its bounds, and how big a frame a message needs.
-#include "IPCFrameLimit.h"
+#include "platform/ipc/IPCFrameLimit.h"
 
 #include <gtest/gtest.h>
 
-#include "transport/FrameCodec.h"
-#include "transport/FramedConnection.h"
+#include "platform/ipc/transport/FrameCodec.h"
+#include "platform/ipc/transport/FramedConnection.h"
 
 namespace {
 

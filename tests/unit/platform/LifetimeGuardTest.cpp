@@ -5,8 +5,8 @@
 #include <thread>
 #include <vector>
 
-#include "Latch.h"
-#include "LifetimeGuard.h"
+#include "platform/task/LifetimeGuard.h"
+#include "platform/testing/Latch.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "DPrint.h"
-#include "LogCapture.h"
+#include "platform/log/DPrint.h"
+#include "platform/testing/LogCapture.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "IPCMessageEnvelopeBase.pb.h"
-#include "ProtoToMarkup.h"
+#include "platform/log/ProtoToMarkup.h"
 
 namespace {
 

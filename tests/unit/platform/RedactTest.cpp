@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Redact.h"
+#include "platform/log/Redact.h"
 
 namespace {
 

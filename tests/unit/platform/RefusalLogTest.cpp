@@ -1,5 +1,5 @@
 // Which refusals of connecting peers a server writes to its log.
-#include "transport/RefusalLog.h"
+#include "platform/ipc/transport/RefusalLog.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "Task.h"
+#include "platform/task/Task.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -9,10 +9,10 @@
 #include <stdexcept>
 #include <vector>
 
-#include "BreakThread.h"
-#include "Latch.h"
-#include "LogCapture.h"
-#include "TaskBlocker.h"
+#include "platform/task/BreakThread.h"
+#include "platform/testing/Latch.h"
+#include "platform/testing/LogCapture.h"
+#include "platform/testing/TaskBlocker.h"
 
 namespace {
 

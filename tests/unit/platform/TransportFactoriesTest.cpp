@@ -1,11 +1,11 @@
 // The replaceable listener and router factories, and the driver that replaces them.
 #include <gtest/gtest.h>
 
-#include "ClientListener.h"
-#include "ConnectionDriver.h"
-#include "IPCDirectory.h"
-#include "IPCMessageRouterFactory.h"
-#include "ManualTask.h"
+#include "platform/ipc/ClientListener.h"
+#include "platform/ipc/IPCDirectory.h"
+#include "platform/ipc/IPCMessageRouterFactory.h"
+#include "platform/testing/ConnectionDriver.h"
+#include "platform/testing/ManualTask.h"
 
 namespace {
 

@@ -5,11 +5,11 @@
 #include <string>
 
 #include "LocalProducts.pb.h"
-#include "SchemaTestSupport.h"
 #include "VellmarkGroups.pb.h"
 #include "VellmarkPersons.pb.h"
 #include "VellmarkProductSettings.pb.h"
 #include "VellmarkSystemAssoicated.pb.h"
+#include "tests/unit/schema/SchemaTestSupport.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "Errors.pb.h"
-#include "SchemaTestSupport.h"
 #include "VellmarkMessageId.pb.h"
+#include "tests/unit/schema/SchemaTestSupport.h"
 
 namespace {
 

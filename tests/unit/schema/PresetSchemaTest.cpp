@@ -3,9 +3,9 @@
 
 #include <string>
 
-#include "SchemaTestSupport.h"
 #include "VellmarkPreset.pb.h"
 #include "VellmarkPresets.pb.h"
+#include "tests/unit/schema/SchemaTestSupport.h"
 
 namespace {
 

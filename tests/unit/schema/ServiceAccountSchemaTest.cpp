@@ -5,12 +5,12 @@
 #include <string>
 
 #include "Errors.pb.h"
-#include "SchemaTestSupport.h"
 #include "VellmarkAcctOpEnvelope.pb.h"
 #include "VellmarkDeleteGVA.pb.h"
 #include "VellmarkDeleteSrvcAccount.pb.h"
 #include "VellmarkMessageId.pb.h"
 #include "VellmarkServiceAccounts.pb.h"
+#include "tests/unit/schema/SchemaTestSupport.h"
 
 namespace {
 

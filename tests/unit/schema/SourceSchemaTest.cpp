@@ -3,10 +3,10 @@
 
 #include <string>
 
-#include "SchemaTestSupport.h"
 #include "VellmarkSource.pb.h"
 #include "VellmarkSourceSettings.pb.h"
 #include "VellmarkSources.pb.h"
+#include "tests/unit/schema/SchemaTestSupport.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "Catalog.h"
+#include "service/Catalog.h"
 
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "ServiceTestSupport.h"
 #include "VellmarkGroups.pb.h"
 #include "VellmarkPersons.pb.h"
 #include "VellmarkProductSettings.pb.h"
 #include "VellmarkSources.pb.h"
 #include "VellmarkSystemAssoicated.pb.h"
+#include "tests/unit/service/ServiceTestSupport.h"
 
 namespace {
 

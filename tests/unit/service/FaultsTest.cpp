@@ -1,4 +1,4 @@
-#include "Faults.h"
+#include "service/Faults.h"
 
 #include <gtest/gtest.h>
 

@@ -6,13 +6,13 @@
 #include <functional>
 #include <string>
 
-#include "Catalog.h"
-#include "ServiceTestSupport.h"
 #include "VellmarkGroups.pb.h"
 #include "VellmarkPersons.pb.h"
 #include "VellmarkProductSettings.pb.h"
 #include "VellmarkSources.pb.h"
 #include "VellmarkSystemAssoicated.pb.h"
+#include "service/Catalog.h"
+#include "tests/unit/service/ServiceTestSupport.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 // the sanitizer builds this catches again what a fuzzing run found before.
 #include <gtest/gtest.h>
 
-#include "KeptInputs.h"
-#include "ServiceSeeds.h"
-#include "StoreLoadExercise.h"
+#include "fuzz/KeptInputs.h"
+#include "fuzz/ServiceSeeds.h"
+#include "fuzz/StoreLoadExercise.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "Json.h"
+#include "admin/Json.h"
 
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>

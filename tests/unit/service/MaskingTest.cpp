@@ -4,14 +4,14 @@
 
 #include <string>
 
-#include "Json.h"
-#include "Redact.h"
-#include "Sensitivity.h"
 #include "VellmarkAcctOpEnvelope.pb.h"
 #include "VellmarkAdmin.pb.h"
 #include "VellmarkPresets.pb.h"
 #include "VellmarkServiceAccounts.pb.h"
 #include "VellmarkSources.pb.h"
+#include "admin/Json.h"
+#include "admin/Sensitivity.h"
+#include "platform/log/Redact.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include <set>
 
-#include "AdminProtocol.h"
 #include "VellmarkMessageId.pb.h"
+#include "admin/AdminProtocol.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "Sensitivity.h"
 #include "VellmarkAdmin.pb.h"
+#include "admin/Sensitivity.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "Store.h"
+#include "service/store/Store.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "ServiceTestSupport.h"
+#include "tests/unit/service/ServiceTestSupport.h"
 
 namespace {
 

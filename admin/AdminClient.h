@@ -1,0 +1,58 @@
+#pragma once
+// AdminClient: a blocking client of vellmarkd's admin endpoint, for vellmarkctl and the
+// tests. One connection, made in the constructor; no reconnection.
+//
+// Threads: the calls block their caller, each for at most the bound given at
+// construction (0: no bound). Traffic events are handed to their function on the transport's
+// IO thread.
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+
+#include "VellmarkAdmin.pb.h"
+#include "framework/ipc/IPCMessageRouterIF.h"
+#include "platform/ipc/ClientListener.h"
+
+class AdminError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+class AdminClient {
+public:
+    // Connects, waiting at most `bound` (0: no bound). Throws AdminError when vellmarkd does
+    // not answer.
+    explicit AdminClient(std::chrono::milliseconds bound);
+    ~AdminClient();
+    AdminClient(AdminClient const&) = delete;
+    AdminClient& operator=(AdminClient const&) = delete;
+
+    // Sends `request` and returns the service's reply, each in slices when it does not fit
+    // one frame (so a seed or an export of any size goes through). Throws AdminError when
+    // no reply comes within the bound or the connection ends first.
+    VellmarkAdmin::Reply Call(VellmarkAdmin::Request request);
+    // Calls Call and returns the reply's JSON; throws AdminError with the service's reason
+    // when it refused.
+    std::string Command(VellmarkAdmin::Request const& request);
+
+    // Asks for the traffic of the "Vellmark" endpoint; `onEvent` receives each frame.
+    void Monitor(std::function<void(VellmarkAdmin::TrafficEvent const&)> onEvent);
+    // Ends the connection; WaitClosed returns.
+    void Close();
+    // Waits until the connection ends, or `bound` has passed (0: no bound). True when it ended.
+    bool WaitClosed(std::chrono::milliseconds bound);
+
+private:
+    // One Request, one Reply.
+    VellmarkAdmin::Reply Exchange(VellmarkAdmin::Request const& request);
+
+    struct Shared;
+    std::shared_ptr<Shared> m_shared;
+    std::shared_ptr<IL::ClientListenerIF> m_listener;
+    std::shared_ptr<IPCMessageRouterIF> m_router;
+    std::chrono::milliseconds const m_bound;
+};

@@ -1,0 +1,6 @@
+#include "platform/ipc/IPCLog.h"
+
+DPrint& IPCLog() {
+    static DPrint log("IPC");
+    return log;
+}

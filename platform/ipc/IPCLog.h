@@ -1,0 +1,6 @@
+#pragma once
+// The logger of the IPC transport, "IPC": connections made, lost and refused, frames
+// refused. Processes set its threshold like any other logger's.
+#include "platform/log/DPrint.h"
+
+DPrint& IPCLog();

@@ -1,0 +1,114 @@
+#pragma once
+// IPCServer: the service side of the IPC transport. It serves one endpoint of the
+// directory: accepts connections, checks who connects, and hands every request and
+// one-way message of every connection to its handlers; it can push notifications.
+//
+// The socket is "<name>.sock" in the directory's runtime folder. A folder that other users
+// may write to is refused: any of them could put a socket of their own in the service's
+// place. A missing folder is made private (0700; 0711 when other users or groups are
+// allowed, so that they can reach the socket). The socket file allows its owner and group
+// only (0660); with allowed groups, its group is the first of them. A socket file left by a
+// process that died, or a symbolic link, is replaced; a live server's socket or a file of
+// another kind is not.
+// A connecting process is accepted only when its user, as the kernel reports it
+// (SO_PEERCRED), is one of the allowed users (by default the server's own user and root) or
+// it belongs to one of the allowed groups. Refusals are logged once per user and minute,
+// then as a count.
+//
+// Threads: handlers run on the process's IO thread, one at a time. They should be quick:
+// longer work goes elsewhere and answers later through its IPCRequest, from any thread.
+// No handler runs after Stop() (or the destructor) has returned.
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/ipc/IPCMessageEnvelope.h"
+#include "platform/ipc/IPCFrameLimit.h"
+#include "platform/ipc/PeerCredentials.h"
+
+namespace Tarv {
+class FramedConnection;
+}
+
+// One accepted connection. Any thread may use it; once the connection has ended its
+// operations do nothing and report false.
+class IPCServerSession {
+public:
+    IPCServerSession(std::uint64_t id, std::shared_ptr<Tarv::FramedConnection> connection);
+
+    // Unique within its server, counting from 1.
+    std::uint64_t Id() const { return m_id; }
+    // The connecting process: pid, uid, gid.
+    Tarv::PeerCredentials Peer() const;
+
+    // Pushes a notification under `id`.
+    bool Notify(unsigned int id, IPCMessageEnvelope const& envelope);
+    // Answers the request numbered `number` that came under `id`.
+    bool Respond(unsigned int id, std::uint64_t number, IPCMessageEnvelope const& envelope);
+    bool IsOpen() const;
+    // Ends the connection; the client sees it lost.
+    void Close();
+
+private:
+    std::uint64_t const m_id;
+    std::shared_ptr<Tarv::FramedConnection> const m_connection;
+};
+
+// One request, as the request handler receives it. Copyable: keep it to answer later.
+struct IPCRequest {
+    std::shared_ptr<IPCServerSession> session;
+    unsigned int id = 0;
+    std::uint64_t number = 0;
+    IPCMessageEnvelope envelope;
+
+    // Sends `response` under the request's identifier, paired with it. False when the
+    // connection has ended.
+    bool Respond(IPCMessageEnvelope const& response) const {
+        return session->Respond(id, number, response);
+    }
+};
+
+class IPCServer {
+public:
+    using SessionPtr = std::shared_ptr<IPCServerSession>;
+    struct Handlers {
+        std::function<void(SessionPtr const&)> onConnected;
+        std::function<void(IPCRequest const&)> onRequest;
+        std::function<void(SessionPtr const&, unsigned int id, IPCMessageEnvelope const&)>
+            onMessage;
+        std::function<void(SessionPtr const&)> onDisconnected;
+    };
+    struct Options {
+        // Users allowed to connect; empty: the server's own user and root.
+        std::vector<uid_t> allowedUsers;
+        // Groups whose members (primary or supplementary) are allowed to connect.
+        std::vector<gid_t> allowedGroups;
+        Tarv::ConnectionLimits limits;
+    };
+
+    // Serves `name`. Throws std::system_error, naming the path and what to do, when the
+    // runtime folder is not private, the socket cannot be made or another server answers
+    // there.
+    IPCServer(std::string const& name, Handlers handlers, Options options = Options());
+    // Stops.
+    ~IPCServer();
+    IPCServer(IPCServer const&) = delete;
+    IPCServer& operator=(IPCServer const&) = delete;
+
+    // Closes every connection and the socket, and removes the socket file. Idempotent.
+    void Stop();
+
+    std::string const& Path() const;
+    // The connections open now, in the order they were accepted.
+    std::vector<SessionPtr> Sessions() const;
+    // Pushes a notification to every connection; returns to how many it went.
+    std::size_t Broadcast(unsigned int id, IPCMessageEnvelope const& envelope);
+
+private:
+    class Core;
+    std::shared_ptr<Core> m_core;
+};

@@ -1,0 +1,93 @@
+#include "platform/ipc/transport/FrameCodec.h"
+
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+#include <google/protobuf/util/delimited_message_util.h>
+
+namespace Tarv {
+
+namespace {
+// The delimited writer never uses more than five bytes for a 32-bit length.
+constexpr std::size_t kMaxLengthBytes = 5;
+
+// Every frame names its kind and identifier; requests and responses carry their number.
+bool IsWellFormed(IPCFrame const& frame) {
+    if (!frame.has_kind() || !frame.has_envelope() || !frame.envelope().has_message_id()) {
+        return false;
+    }
+    bool const numbered = frame.kind() == IPCFrame::REQUEST || frame.kind() == IPCFrame::RESPONSE;
+    return !numbered || frame.has_request_number();
+}
+
+}  // namespace
+
+IPCFrame MakeFrame(IPCFrame::Kind kind, unsigned int id, IPCMessageEnvelopeBase const& envelope,
+                   std::uint64_t number) {
+    IPCFrame frame;
+    frame.set_kind(kind);
+    if (kind == IPCFrame::REQUEST || kind == IPCFrame::RESPONSE) frame.set_request_number(number);
+    *frame.mutable_envelope() = envelope;
+    frame.mutable_envelope()->set_message_id(id);
+    return frame;
+}
+
+bool AppendFrame(IPCFrame const& frame, std::string& out, std::size_t maxFrameBytes) {
+    std::size_t const start = out.size();
+    bool written;
+    {
+        google::protobuf::io::StringOutputStream stream(&out);
+        written = google::protobuf::util::SerializeDelimitedToZeroCopyStream(frame, &stream);
+    }  // the stream gives back what it reserved beyond the frame here
+    // The size is checked after writing, from the size the writer cached, so that a send
+    // measures its frame once.
+    if (!written || static_cast<std::size_t>(frame.GetCachedSize()) > maxFrameBytes) {
+        out.resize(start);
+        return false;
+    }
+    return true;
+}
+
+void FrameDecoder::Feed(char const* data, std::size_t size) {
+    // Drop what was decoded before growing the buffer, so it holds at most one frame and
+    // one read's worth of bytes.
+    if (m_offset > 0 && m_offset >= m_buffer.size() / 2) {
+        m_buffer.erase(0, m_offset);
+        m_offset = 0;
+    }
+    m_buffer.append(data, size);
+}
+
+FrameDecoder::Status FrameDecoder::Next(IPCFrame& frame) {
+    auto const* begin = reinterpret_cast<std::uint8_t const*>(m_buffer.data()) + m_offset;
+    std::size_t const available = Buffered();
+
+    // The length is complete once a byte without the continuation bit has arrived.
+    std::size_t lengthBytes = 0;
+    while (lengthBytes < available && lengthBytes < kMaxLengthBytes &&
+           (begin[lengthBytes] & 0x80) != 0) {
+        ++lengthBytes;
+    }
+    if (lengthBytes == kMaxLengthBytes) return Status::Malformed;
+    if (lengthBytes == available) return Status::NeedMore;
+    ++lengthBytes;
+
+    google::protobuf::io::CodedInputStream input(begin, static_cast<int>(available));
+    std::uint32_t length = 0;
+    if (!input.ReadVarint32(&length)) return Status::Malformed;
+    if (length > m_maxFrameBytes) {
+        m_refusedLength = length;
+        return Status::TooLarge;
+    }
+    if (available - lengthBytes < length) return Status::NeedMore;
+
+    google::protobuf::io::CodedInputStream whole(begin, static_cast<int>(lengthBytes + length));
+    bool cleanEof = false;
+    if (!google::protobuf::util::ParseDelimitedFromCodedStream(&frame, &whole, &cleanEof)) {
+        return Status::Malformed;
+    }
+    m_offset += lengthBytes + length;
+    if (!IsWellFormed(frame)) return Status::Malformed;
+    return Status::Frame;
+}
+
+}  // namespace Tarv

@@ -1,0 +1,57 @@
+#pragma once
+// The framing of IPC connections: each frame is a Tarv::IPCFrame written length-delimited
+// (a varint byte count, then the serialized frame), as protobuf's delimited-message
+// utilities write it.
+//
+// A frame body may be at most the connection's limit long (IPCFrameLimit.h: 1 MiB unless the
+// process chose another). A decoder refuses a longer frame as soon as its length has arrived,
+// before buffering its body.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "IPCFrame.pb.h"
+#include "platform/ipc/IPCFrameLimit.h"
+
+namespace Tarv {
+
+constexpr std::size_t kMaxFrameBytes = IPCFrameLimit::kDefaultFrameBytes;
+
+// A frame of `kind` carrying `envelope` under the identifier `id`; `number` is kept for
+// requests and responses only.
+IPCFrame MakeFrame(IPCFrame::Kind kind, unsigned int id, IPCMessageEnvelopeBase const& envelope,
+                   std::uint64_t number = 0);
+
+// Appends `frame`, length-delimited, to `out`. False (and `out` unchanged) if its body
+// would be longer than `maxFrameBytes`.
+bool AppendFrame(IPCFrame const& frame, std::string& out,
+                 std::size_t maxFrameBytes = kMaxFrameBytes);
+
+// Cuts a byte stream into frames. Feed it bytes as they arrive, then call Next until it
+// stops returning Status::Frame. A frame that parses but lacks its kind, its identifier or
+// (for requests and responses) its number is Malformed. After TooLarge or Malformed the stream
+// cannot be resynchronised: the connection must be closed.
+class FrameDecoder {
+public:
+    enum class Status { Frame, NeedMore, TooLarge, Malformed };
+
+    explicit FrameDecoder(std::size_t maxFrameBytes = kMaxFrameBytes)
+        : m_maxFrameBytes(maxFrameBytes) {}
+
+    void Feed(char const* data, std::size_t size);
+    // Decodes the next whole frame into `frame`, if one has arrived.
+    Status Next(IPCFrame& frame);
+
+    // Bytes received and not yet decoded.
+    std::size_t Buffered() const { return m_buffer.size() - m_offset; }
+    // The length the last TooLarge frame announced.
+    std::size_t RefusedLength() const { return m_refusedLength; }
+
+private:
+    std::size_t const m_maxFrameBytes;
+    std::string m_buffer;
+    std::size_t m_offset = 0;
+    std::size_t m_refusedLength = 0;
+};
+
+}  // namespace Tarv

@@ -1,0 +1,233 @@
+#include "platform/ipc/transport/FramedConnection.h"
+
+#include <sys/socket.h>
+
+#include <array>
+#include <asio/io_context.hpp>
+#include <asio/local/stream_protocol.hpp>
+#include <asio/post.hpp>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/ipc/IPCLog.h"
+
+namespace Tarv {
+
+namespace {
+constexpr std::size_t kReadChunk = 64 * 1024;
+
+bool WouldBlock(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
+}  // namespace
+
+struct FramedConnection::Io {
+    Io(asio::io_context& context, int fd) : socket(context, asio::local::stream_protocol(), fd) {}
+    asio::local::stream_protocol::socket socket;
+    std::array<char, kReadChunk> buffer;
+};
+
+std::shared_ptr<FramedConnection> FramedConnection::Adopt(int fd, std::string description,
+                                                          Limits limits) {
+    return std::shared_ptr<FramedConnection>(
+        new FramedConnection(fd, std::move(description), limits));
+}
+
+FramedConnection::FramedConnection(int fd, std::string description, Limits limits)
+    : m_service(IoService::Shared()),
+      m_io(std::make_unique<Io>(m_service->Context(), fd)),
+      m_fd(fd),
+      m_description(std::move(description)),
+      m_limits(limits),
+      m_peer(ReadPeerCredentials(fd)),
+      m_closedHandlers(CallbackList<std::function<void()>>::Create()),
+      m_decoder(limits.maxFrameBytes) {
+    asio::error_code ignored;
+    m_io->socket.non_blocking(true, ignored);
+}
+
+FramedConnection::~FramedConnection() = default;  // the socket closes with m_io
+
+bool FramedConnection::Start(FrameHandler onFrame) {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_started) return false;
+        m_started = true;
+        if (!m_open) return true;        // nothing to read; the closed handlers tell the rest
+        m_onFrame = std::move(onFrame);  // read by the IO thread after the post below
+    }
+    asio::post(m_service->Context(), [self = shared_from_this()] { self->ReadSome(); });
+    return true;
+}
+
+CallbackConnection FramedConnection::OnClosed(std::function<void()> onClosed) {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_open) return m_closedHandlers->Add(std::move(onClosed));
+    }
+    asio::post(m_service->Context(), std::move(onClosed));
+    return CallbackConnection();
+}
+
+bool FramedConnection::IsOpen() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_open;
+}
+
+void FramedConnection::Close() {
+    if (!MarkClosed()) return;
+    asio::post(m_service->Context(), [self = shared_from_this()] { self->Finish(); });
+}
+
+bool FramedConnection::MarkClosed() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_open) return false;
+    m_open = false;
+    m_pending.clear();
+    m_pendingOffset = 0;
+    return true;
+}
+
+void FramedConnection::Finish() {
+    asio::error_code ignored;
+    m_io->socket.shutdown(asio::socket_base::shutdown_both, ignored);
+    m_io->socket.close(ignored);
+    FrameHandler released;  // it may hold its owner: let it go outside the lock
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        released.swap(m_onFrame);
+    }
+    for (auto& onClosed : m_closedHandlers->TakeAll()) onClosed();
+}
+
+void FramedConnection::ReadSome() {
+    m_io->socket.async_read_some(
+        asio::buffer(m_io->buffer),
+        [self = shared_from_this()](asio::error_code const& error, std::size_t bytes) {
+            if (!error) {
+                self->OnRead(bytes);
+                return;
+            }
+            if (error == asio::error::operation_aborted || !self->IsOpen()) return;
+            if (self->m_decoder.Buffered() > 0) {
+                IPCLog().Log(DPrint::Warning, "%s: connection ended inside a frame (%zu bytes)",
+                             self->m_description.c_str(), self->m_decoder.Buffered());
+            } else if (error == asio::error::eof) {
+                IPCLog().Log(DPrint::Info, "%s: closed by the peer", self->m_description.c_str());
+            } else {
+                IPCLog().Log(DPrint::Info, "%s: read failed: %s", self->m_description.c_str(),
+                             error.message().c_str());
+            }
+            self->Close();
+        });
+}
+
+void FramedConnection::OnRead(std::size_t bytes) {
+    if (!IsOpen()) return;
+    m_decoder.Feed(m_io->buffer.data(), bytes);
+    for (;;) {
+        switch (m_decoder.Next(m_frame)) {
+            case FrameDecoder::Status::Frame:
+                if (m_onFrame) m_onFrame(m_frame);
+                if (!IsOpen()) return;
+                continue;
+            case FrameDecoder::Status::NeedMore:
+                ReadSome();
+                return;
+            case FrameDecoder::Status::TooLarge:
+                IPCLog().Log(DPrint::Warning,
+                             "%s: frame of %zu bytes is over the limit of %zu bytes; closing",
+                             m_description.c_str(), m_decoder.RefusedLength(),
+                             m_limits.maxFrameBytes);
+                Close();
+                return;
+            case FrameDecoder::Status::Malformed:
+                IPCLog().Log(DPrint::Warning, "%s: frame does not parse; closing",
+                             m_description.c_str());
+                Close();
+                return;
+        }
+    }
+}
+
+FramedConnection::SendResult FramedConnection::Send(IPCFrame const& frame) {
+    std::string bytes;
+    if (!AppendFrame(frame, bytes, m_limits.maxFrameBytes)) {
+        IPCLog().Log(DPrint::Warning,
+                     "%s: frame of %zu bytes is over the limit of %zu bytes; not sent",
+                     m_description.c_str(), frame.ByteSizeLong(), m_limits.maxFrameBytes);
+        return SendResult::TooLarge;
+    }
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (!m_open) return SendResult::Closed;
+    std::size_t written = 0;
+    if (m_pending.empty()) {
+        ssize_t sent = SendSome(bytes.data(), bytes.size());
+        if (sent < 0 && !WouldBlock(errno)) {
+            FailSend(lock, errno);
+            return SendResult::Closed;
+        }
+        written = sent > 0 ? static_cast<std::size_t>(sent) : 0;
+        if (written == bytes.size()) return SendResult::Sent;
+    }
+    std::size_t const queued = m_pending.size() - m_pendingOffset;
+    if (queued + bytes.size() - written > m_limits.maxQueuedBytes) {
+        lock.unlock();
+        IPCLog().Log(DPrint::Warning,
+                     "%s: the peer is not reading and %zu bytes wait to be sent; closing",
+                     m_description.c_str(), queued);
+        Close();
+        return SendResult::QueueFull;
+    }
+    bool const wake = m_pending.empty();  // otherwise a wait for the socket is under way
+    m_pending.append(bytes, written, std::string::npos);
+    lock.unlock();
+    if (wake) {
+        asio::post(m_service->Context(), [self = shared_from_this()] { self->WaitWritable(); });
+    }
+    return SendResult::Sent;
+}
+
+ssize_t FramedConnection::SendSome(char const* data, std::size_t size) {
+    // Never blocks and never raises SIGPIPE: a closed peer shows as an error instead.
+    return ::send(m_fd, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+void FramedConnection::FailSend(std::unique_lock<std::mutex>& lock, int error) {
+    lock.unlock();
+    IPCLog().Log(DPrint::Info, "%s: send failed: %s", m_description.c_str(), std::strerror(error));
+    Close();
+}
+
+void FramedConnection::WaitWritable() {
+    m_io->socket.async_wait(asio::socket_base::wait_write,
+                            [self = shared_from_this()](asio::error_code const& error) {
+                                if (!error) self->OnWritable();
+                            });
+}
+
+void FramedConnection::OnWritable() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (m_open && m_pendingOffset < m_pending.size()) {
+        ssize_t sent =
+            SendSome(m_pending.data() + m_pendingOffset, m_pending.size() - m_pendingOffset);
+        if (sent < 0) {
+            if (WouldBlock(errno)) {
+                if (m_pendingOffset > m_pending.size() / 2) {
+                    m_pending.erase(0, m_pendingOffset);
+                    m_pendingOffset = 0;
+                }
+                lock.unlock();
+                WaitWritable();
+                return;
+            }
+            FailSend(lock, errno);
+            return;
+        }
+        m_pendingOffset += static_cast<std::size_t>(sent);
+    }
+    m_pending.clear();
+    m_pendingOffset = 0;
+}
+
+}  // namespace Tarv

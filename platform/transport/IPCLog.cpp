@@ -1,6 +1,0 @@
-#include "IPCLog.h"
-
-DPrint& IPCLog() {
-    static DPrint log("IPC");
-    return log;
-}

@@ -1,6 +1,0 @@
-#pragma once
-// The logger of the IPC transport, "IPC": connections made, lost and refused, frames
-// refused. Processes set its threshold like any other logger's.
-#include "DPrint.h"
-
-DPrint& IPCLog();

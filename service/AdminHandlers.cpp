@@ -1,0 +1,213 @@
+// The admin endpoint of VellmarkService: how vellmarkctl plays the cloud.
+#include <algorithm>
+#include <set>
+
+#include "VellmarkMessageId.pb.h"
+#include "admin/Json.h"
+#include "service/VellmarkService.h"
+
+namespace {
+
+char const kServiceAccounts[] = "service-accounts";
+
+VellmarkAdmin::Reply Ok(std::string json = {}) {
+    VellmarkAdmin::Reply reply;
+    reply.set_ok(true);
+    if (!json.empty()) reply.set_json(std::move(json));
+    return reply;
+}
+
+VellmarkAdmin::Reply Refused(std::string const& why) {
+    VellmarkAdmin::Reply reply;
+    reply.set_ok(false);
+    reply.set_error(why);
+    return reply;
+}
+
+// Identifiers of the requests the service answers.
+bool IsRequestId(unsigned int id) {
+    using namespace VellmarkPB;
+    static std::set<unsigned int> const ids = {VELLMARK_MESSAGE_GET_SOURCES,
+                                               VELLMARK_MESSAGE_GET_PRESETS,
+                                               VELLMARK_MESSAGE_GET_PERSONS,
+                                               VELLMARK_MESSAGE_STORE_PRESETS,
+                                               VELLMARK_MESSAGE_GET_PRODUCT_SETTINGS,
+                                               VELLMARK_MESSAGE_GET_VOICE_ACCOUNTS,
+                                               VELLMARK_MESSAGE_GVA_CREATE,
+                                               VELLMARK_MESSAGE_GVA_DELETE,
+                                               VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID,
+                                               VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT,
+                                               VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT,
+                                               VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT,
+                                               VELLMARK_MESSAGE_GET_MSP_HOST_ACCOUNTS,
+                                               VELLMARK_MESSAGE_GET_GROUPS};
+    return ids.count(id) > 0;
+}
+
+// Requests whose failure the client can hear: an Error in the reply or as a notification.
+bool HasErrorPath(unsigned int id) {
+    using namespace VellmarkPB;
+    return id == VELLMARK_MESSAGE_GVA_CREATE || id == VELLMARK_MESSAGE_GVA_DELETE ||
+           id == VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID ||
+           id == VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT ||
+           id == VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT ||
+           id == VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT;
+}
+
+}  // namespace
+
+void VellmarkService::HandleAdmin(IPCRequest const& request) {
+    VellmarkAdmin::Request command;
+    VellmarkAdmin::Reply reply;
+    if ((request.envelope.has_payload_type_name() &&
+         request.envelope.payload_type_name() != command.GetDescriptor()->name()) ||
+        !request.envelope.GetPayload(command)) {
+        reply = Refused("not an admin request");
+    } else {
+        // Replies are cut to fit the smaller of the two ends' frames.
+        std::size_t limit = m_maxFrameBytes;
+        if (command.maxframebytes() > 0) {
+            limit = std::clamp<std::size_t>(command.maxframebytes(), IPCFrameLimit::kMinFrameBytes,
+                                            m_maxFrameBytes);
+        }
+        auto step = m_adminSlices.Receive(request.session->Id(), command);
+        reply = step.run ? m_adminSlices.Send(request.session->Id(),
+                                              RunAdmin(*step.run, request.session), limit)
+                         : step.reply;
+    }
+    IPCMessageEnvelope envelope;
+    envelope.SetPayload(reply);
+    request.Respond(envelope);
+}
+
+VellmarkAdmin::Reply VellmarkService::RunAdmin(VellmarkAdmin::Request const& command,
+                                               std::shared_ptr<IPCServerSession> const& session) {
+    bool const pretty = command.pretty();
+    try {
+        switch (command.command_case()) {
+            case VellmarkAdmin::Request::kPut:
+                return Put(command.put());
+            case VellmarkAdmin::Request::kGet:
+                return Get(command.get(), pretty);
+            case VellmarkAdmin::Request::kListClients:
+                return Ok(VellmarkJson::Print(Clients(), pretty));
+            case VellmarkAdmin::Request::kListAcknowledgements:
+                return Ok(VellmarkJson::Print(m_acknowledgements.Report(), pretty));
+            case VellmarkAdmin::Request::kFailNext:
+                return FailNext(command.failnext());
+            case VellmarkAdmin::Request::kDelay:
+                m_faults.SetDelay(std::chrono::milliseconds(command.delay().milliseconds()),
+                                  command.delay().messageid());
+                Log().Log(DPrint::Flow, "replies %s delayed by %u ms",
+                          command.delay().messageid() ? "of one identifier" : "all",
+                          command.delay().milliseconds());
+                return Ok();
+            case VellmarkAdmin::Request::kDropConnections:
+                return Ok("{\"dropped\":" + std::to_string(DropConnections()) + "}");
+            case VellmarkAdmin::Request::kExportStore:
+                return Ok(VellmarkJson::Print(m_catalog.Export(), pretty));
+            case VellmarkAdmin::Request::kSeed:
+                return Seed(command.seed());
+            case VellmarkAdmin::Request::kMonitor:
+                m_monitor.Add(session);
+                return Ok();
+            case VellmarkAdmin::Request::kPart:
+            case VellmarkAdmin::Request::kNextPart:
+            case VellmarkAdmin::Request::COMMAND_NOT_SET:
+                break;
+        }
+    } catch (StoreError const& error) {
+        Log().Log(DPrint::Error, "admin request failed: %s", error.what());
+        return Refused("the service's store failed: " + error.Reason());
+    } catch (std::invalid_argument const& error) {
+        return Refused(error.what());
+    }
+    return Refused("an admin request without a command");
+}
+
+VellmarkAdmin::Reply VellmarkService::Put(VellmarkAdmin::Put const& put) {
+    if (put.resource() == kServiceAccounts) {
+        VellmarkAdmin::ServiceAccountList accounts;
+        std::string const problem = VellmarkJson::Parse(put.json(), accounts);
+        if (!problem.empty()) return Refused(problem);
+        m_catalog.PutAccounts(accounts);
+        Log().Log(DPrint::Flow, "service accounts replaced (%d)", accounts.serviceaccounts_size());
+        return Ok();
+    }
+    auto const* resource = VellmarkAdmin::FindResource(put.resource());
+    if (!resource) return Refused("no resource \"" + put.resource() + "\"");
+    std::unique_ptr<google::protobuf::Message> value(
+        google::protobuf::MessageFactory::generated_factory()->GetPrototype(resource->type)->New());
+    std::string const problem = VellmarkJson::Parse(put.json(), *value);
+    if (!problem.empty()) return Refused(problem);
+    Changes changed;
+    {
+        Store::Transaction transaction(m_store);
+        m_catalog.Write(*resource, *value, changed);
+        transaction.Commit();
+    }
+    Log().Log(DPrint::Flow, "%s replaced", resource->name);
+    Broadcast(changed);
+    return Ok();
+}
+
+VellmarkAdmin::Reply VellmarkService::Get(VellmarkAdmin::Get const& get, bool pretty) {
+    if (get.resource() == kServiceAccounts) {
+        return Ok(VellmarkJson::Print(m_catalog.Accounts(), pretty));
+    }
+    auto const* resource = VellmarkAdmin::FindResource(get.resource());
+    if (!resource) return Refused("no resource \"" + get.resource() + "\"");
+    std::string json = VellmarkJson::Print(*m_catalog.Read(*resource), pretty);
+    return Ok(json.empty() ? "{}" : json);
+}
+
+VellmarkAdmin::Reply VellmarkService::FailNext(VellmarkAdmin::FailNext const& failNext) {
+    unsigned int const id = failNext.messageid();
+    if (!IsRequestId(id)) {
+        return Refused("identifier " + std::to_string(id) + " is not a request of the service");
+    }
+    if (failNext.has_error() && !HasErrorPath(id)) {
+        return Refused("requests under " + std::to_string(id) +
+                       " have no error reply; make them go unanswered instead");
+    }
+    std::optional<VellmarkPB::Error> error;
+    if (failNext.has_error()) error = failNext.error();
+    m_faults.FailNext(id, failNext.count(), error);
+    Log().Log(DPrint::Flow, "the next %u requests %u %s", failNext.count(), id,
+              error ? "fail" : "go unanswered");
+    return Ok();
+}
+
+VellmarkAdmin::Reply VellmarkService::Seed(VellmarkAdmin::Seed const& seed) {
+    VellmarkAdmin::StoreDocument document;
+    std::string const problem = VellmarkJson::Parse(seed.json(), document);
+    if (!problem.empty()) return Refused(problem);
+    Changes changed;
+    m_catalog.Seed(document, changed);
+    Log().Log(DPrint::Flow, "store seeded");
+    Broadcast(changed);
+    return Ok();
+}
+
+VellmarkAdmin::ClientList VellmarkService::Clients() const {
+    VellmarkAdmin::ClientList list;
+    for (auto const& [id, client] : m_clients) {
+        auto const session = client.session.lock();
+        if (!session) continue;
+        auto const peer = session->Peer();
+        auto* entry = list.add_clients();
+        entry->set_session(id);
+        entry->set_pid(static_cast<std::int32_t>(peer.pid));
+        entry->set_uid(static_cast<std::uint32_t>(peer.uid));
+        entry->set_connectedat(client.connectedAt);
+        entry->set_requests(client.requests);
+    }
+    return list;
+}
+
+std::size_t VellmarkService::DropConnections() {
+    auto const sessions = m_server->Sessions();
+    for (auto const& session : sessions) session->Close();
+    Log().Log(DPrint::Flow, "dropped %zu connections", sessions.size());
+    return sessions.size();
+}

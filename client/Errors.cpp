@@ -1,6 +1,4 @@
 // Errors for input the library refuses, and their log form.
-#include <google/protobuf/generated_enum_reflection.h>
-
 #include "client/VellmarkClientAPI.h"
 #include "client/internal/CallIfSet.h"
 #include "client/internal/LogLine.h"
@@ -14,8 +12,8 @@ void VellmarkClientAPI::CreateErrorMsg(VellmarkPB::Error& error, VellmarkPB::Cod
     LogLine(DPrint::Info, "CreateErrorMsg", "CreateErrorMsg");
     error.set_code(kInputError);
     error.set_subcode(code);
-    error.set_message("Input data error: " +
-                      google::protobuf::internal::NameOfEnum(VellmarkPB::Code_descriptor(), code));
+    auto const* name = VellmarkPB::Code_descriptor()->FindValueByNumber(code);
+    error.set_message("Input data error: " + (name ? name->name() : std::string()));
 }
 
 void VellmarkClientAPI::PrintErrorMessage(VellmarkPB::Error const& error) {

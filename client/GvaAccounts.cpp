@@ -1,8 +1,7 @@
 // Voice-assistant (GVA) accounts. Success is the direct reply; failure comes as an Error
 // notification of its own, so both callbacks are kept in the client's slots.
-#include <google/protobuf/generated_enum_reflection.h>
-
 #include "client/VellmarkClientAPI.h"
+#include "client/internal/AccountOperation.h"
 #include "client/internal/CallIfSet.h"
 #include "client/internal/LogLine.h"
 
@@ -18,24 +17,21 @@ void VellmarkClientAPI::CreateGVAAccount(std::string const& tarvPersonID,
         return;
     }
     LogLine(DPrint::Info, "CreateGVAAccount", "CreateGVAAccount");
-    Post([this, tarvPersonID, providerAccountID, assistantDeviceId, created = onCreated,
-          failed = onError]() mutable {
-        m_gvaCreatedCallback.swap(created);
-        m_gvaCreateErrorCallback.swap(failed);
-        auto send = [this, tarvPersonID, providerAccountID, assistantDeviceId] {
-            LogLine(DPrint::Info, "operator()", "do_enable");
-            VellmarkPB::serviceAccounts request;
-            request.set_tarvpersonid(tarvPersonID);
-            request.set_provideraccountid(providerAccountID);
-            request.set_accounttype("VPA");
-            request.set_provider("GVA");
-            request.set_disabled(false);
-            request.mutable_attributes()->set_assistantdeviceid(assistantDeviceId);
-            m_router->SendRequest(VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE, request,
-                                  OnTask(&VellmarkClientAPI::GVACreated));
-        };
-        SendOrDefer(DPrint::Flow, "Not connected, queuing call to CreateGVAACcount", send);
-    });
+    VellmarkPB::serviceAccounts request;
+    request.set_tarvpersonid(tarvPersonID);
+    request.set_provideraccountid(providerAccountID);
+    request.set_accounttype("VPA");
+    request.set_provider("GVA");
+    request.set_disabled(false);
+    request.mutable_attributes()->set_assistantdeviceid(assistantDeviceId);
+    SendAccountOperation<VellmarkPB::serviceAccounts, VellmarkPB::serviceAccounts>(
+        {VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE, DPrint::Flow,
+         "Not connected, queuing call to CreateGVAACcount", "do_enable", nullptr},
+        request, [this](VellmarkPB::serviceAccounts const& account) { GVACreated(account); },
+        [this, created = onCreated, failed = onError]() mutable {
+            m_gvaCreatedCallback.swap(created);
+            m_gvaCreateErrorCallback.swap(failed);
+        });
 }
 
 void VellmarkClientAPI::DeleteGVAAccount(std::string const& accountID,
@@ -46,19 +42,17 @@ void VellmarkClientAPI::DeleteGVAAccount(std::string const& accountID,
         return;
     }
     LogLine(DPrint::Info, "DeleteGVAAccount", "DeleteGVAAccount");
-    Post([this, accountID, deleted = onDeleted, failed = onError]() mutable {
-        m_gvaDeletedCallback.swap(deleted);
-        m_gvaDeleteErrorCallback.swap(failed);
-        auto send = [this, accountID] {
-            LogLine(DPrint::Info, "operator()", "do_enable");
-            VellmarkPB::VellmarkDeleteGVA request;
-            request.set_accountid(accountID);
-            LogLine(DPrint::Detail, "operator()", "Send GVA delete request to IPCServer");
-            m_router->SendRequest(VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE, request,
-                                  OnTask(&VellmarkClientAPI::GVADeleted));
-        };
-        SendOrDefer(DPrint::Flow, "Not connected, queuing call to DeleteGVAAccount", send);
-    });
+    VellmarkPB::VellmarkDeleteGVA request;
+    request.set_accountid(accountID);
+    SendAccountOperation<VellmarkPB::VellmarkDeleteGVA, VellmarkPB::VellmarkDeleteGVA>(
+        {VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE, DPrint::Flow,
+         "Not connected, queuing call to DeleteGVAAccount", "do_enable",
+         "Send GVA delete request to IPCServer"},
+        request, [this](VellmarkPB::VellmarkDeleteGVA const& result) { GVADeleted(result); },
+        [this, deleted = onDeleted, failed = onError]() mutable {
+            m_gvaDeletedCallback.swap(deleted);
+            m_gvaDeleteErrorCallback.swap(failed);
+        });
 }
 
 void VellmarkClientAPI::UpdateGVAAssistantDeviceId(
@@ -69,40 +63,46 @@ void VellmarkClientAPI::UpdateGVAAssistantDeviceId(
         return;
     }
     LogLine(DPrint::Info, "UpdateGVAAssistantDeviceId", "UpdateGVAAssistantDeviceId");
-    Post([this, assistantDeviceId, updated = onUpdated, failed = onError]() mutable {
-        m_gvaUpdatedCallback.swap(updated);
-        m_gvaUpdateErrorCallback.swap(failed);
-        auto send = [this, assistantDeviceId] {
-            LogLine(DPrint::Info, "operator()", "do_enable");
-            VellmarkPB::serviceAccounts request;
-            request.mutable_attributes()->set_assistantdeviceid(assistantDeviceId);
-            m_router->SendRequest(VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID, request,
-                                  OnTask(&VellmarkClientAPI::GVAAssistantDeviceIdUpdated));
-        };
-        SendOrDefer(DPrint::Info, "Not connected, queuing call to UpdateGVAAssistantDeviceId",
-                    send);
-    });
+    VellmarkPB::serviceAccounts request;
+    request.mutable_attributes()->set_assistantdeviceid(assistantDeviceId);
+    SendAccountOperation<VellmarkPB::serviceAccounts, VellmarkPB::serviceAccounts>(
+        {VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID, DPrint::Info,
+         "Not connected, queuing call to UpdateGVAAssistantDeviceId", "do_enable", nullptr},
+        request,
+        [this](VellmarkPB::serviceAccounts const& account) {
+            GVAAssistantDeviceIdUpdated(account);
+        },
+        [this, updated = onUpdated, failed = onError]() mutable {
+            m_gvaUpdatedCallback.swap(updated);
+            m_gvaUpdateErrorCallback.swap(failed);
+        });
+}
+
+// The success handlers: the reply is dumped and delivered only when a callback waits.
+template <class T>
+void VellmarkClientAPI::DeliverGVAReply(DPrint::Level level, char const* function,
+                                        Callback<T> const& slot,
+                                        void (VellmarkClientAPI::*dump)(T const&), T const& reply) {
+    LogLine(level, function, function);
+    if (!slot) return;
+    (this->*dump)(reply);
+    slot(reply);
 }
 
 void VellmarkClientAPI::GVACreated(VellmarkPB::serviceAccounts const& account) {
-    LogLine(DPrint::Flow, "GVACreated", "GVACreated");
-    if (!m_gvaCreatedCallback) return;
-    PrintServiceAccountResponse(account);
-    m_gvaCreatedCallback(account);
+    DeliverGVAReply(DPrint::Flow, "GVACreated", m_gvaCreatedCallback,
+                    &VellmarkClientAPI::PrintServiceAccountResponse, account);
 }
 
 void VellmarkClientAPI::GVAAssistantDeviceIdUpdated(VellmarkPB::serviceAccounts const& account) {
-    LogLine(DPrint::Info, "GVAAssistantDeviceIdUpdated", "GVAAssistantDeviceIdUpdated");
-    if (!m_gvaUpdatedCallback) return;
-    PrintServiceAccountResponse(account);
-    m_gvaUpdatedCallback(account);
+    DeliverGVAReply(DPrint::Info, "GVAAssistantDeviceIdUpdated", m_gvaUpdatedCallback,
+                    &VellmarkClientAPI::PrintServiceAccountResponse, account);
 }
 
 void VellmarkClientAPI::GVADeleted(VellmarkPB::VellmarkDeleteGVA const& result) {
-    LogLine(DPrint::Info, "GVADeleted", "GVADeleted");
-    if (!m_gvaDeletedCallback) return;
-    PrintDeleteResponse(result);
-    m_gvaDeletedCallback(result);
+    using Dump = void (VellmarkClientAPI::*)(VellmarkPB::VellmarkDeleteGVA const&);
+    DeliverGVAReply(DPrint::Info, "GVADeleted", m_gvaDeletedCallback,
+                    static_cast<Dump>(&VellmarkClientAPI::PrintDeleteResponse), result);
 }
 
 void VellmarkClientAPI::HandleGVACreateError(VellmarkPB::Error const& error) {
@@ -123,9 +123,9 @@ void VellmarkClientAPI::HandleGVAError(char const* function,
                                        VellmarkPB::Error const& error) {
     LogLine(DPrint::Info, function, function);
     if (!slot) return;
+    auto const* request = VellmarkPB::MessageId_descriptor()->FindValueByNumber(error.messageid());
     LogLine(DPrint::Detail, function, "Received error from server - internal message: ",
-            google::protobuf::internal::NameOfEnum(VellmarkPB::MessageId_descriptor(),
-                                                   error.messageid()));
+            request ? request->name() : std::string());
     slot(error);
 }
 

@@ -1,8 +1,7 @@
 // Creating, updating and deleting service accounts. The callbacks travel with each request
 // in its reply binding, so concurrent requests each get their own answer.
-#include <functional>
-
 #include "client/VellmarkClientAPI.h"
+#include "client/internal/AccountOperation.h"
 #include "client/internal/CallIfSet.h"
 #include "client/internal/LogLine.h"
 
@@ -11,39 +10,34 @@ using AcctOpEnvelope = VellmarkPB::VellmarkAcctOpEnvelope;
 void VellmarkClientAPI::CreateServiceAccount(VellmarkPB::serviceAccounts const& account,
                                              Callback<VellmarkPB::serviceAccounts> const& onSuccess,
                                              Callback<VellmarkPB::Error> const& onError) {
-    SendAccountChange("CreateServiceAccount", DPrint::Flow,
-                      "Not connected, queuing call to CreateServiceAccountACcount", "do_enable",
-                      VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT, account, onSuccess,
-                      onError);
+    ChangeServiceAccount(
+        "CreateServiceAccount",
+        {VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT, DPrint::Flow,
+         "Not connected, queuing call to CreateServiceAccountACcount", "do_enable", nullptr},
+        account, onSuccess, onError);
 }
 
 void VellmarkClientAPI::UpdateServiceAccount(VellmarkPB::serviceAccounts const& account,
                                              Callback<VellmarkPB::serviceAccounts> const& onSuccess,
                                              Callback<VellmarkPB::Error> const& onError) {
-    SendAccountChange("UpdateServiceAccount", DPrint::Info,
-                      "Not connected, queuing call to UpdateServiceAccountDeviceId", "do_update",
-                      VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT, account, onSuccess,
-                      onError);
+    ChangeServiceAccount(
+        "UpdateServiceAccount",
+        {VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT, DPrint::Info,
+         "Not connected, queuing call to UpdateServiceAccountDeviceId", "do_update", nullptr},
+        account, onSuccess, onError);
 }
 
-void VellmarkClientAPI::SendAccountChange(char const* function, DPrint::Level queueLevel,
-                                          char const* queueLine, char const* sendLine,
-                                          unsigned int id,
-                                          VellmarkPB::serviceAccounts const& account,
-                                          Callback<VellmarkPB::serviceAccounts> const& onSuccess,
-                                          Callback<VellmarkPB::Error> const& onError) {
+void VellmarkClientAPI::ChangeServiceAccount(char const* function,
+                                             AccountOperation const& operation,
+                                             VellmarkPB::serviceAccounts const& account,
+                                             Callback<VellmarkPB::serviceAccounts> const& onSuccess,
+                                             Callback<VellmarkPB::Error> const& onError) {
     LogLine(DPrint::Info, function, "");
     LogLine(DPrint::Info, function, function);
-    Post([=] {
-        SendOrDefer(queueLevel, queueLine, [=] {
-            LogLine(DPrint::Info, "operator()", sendLine);
-            auto onReply =
-                OnTask<AcctOpEnvelope>([this, onSuccess, onError](AcctOpEnvelope const& reply) {
-                    HandleCreateOrUpdateResponse(reply, onSuccess, onError);
-                });
-            m_router->SendRequest(id, account, onReply);
+    SendAccountOperation<VellmarkPB::serviceAccounts, AcctOpEnvelope>(
+        operation, account, [this, onSuccess, onError](AcctOpEnvelope const& reply) {
+            HandleCreateOrUpdateResponse(reply, onSuccess, onError);
         });
-    });
 }
 
 void VellmarkClientAPI::DeleteServiceAccount(
@@ -56,55 +50,48 @@ void VellmarkClientAPI::DeleteServiceAccount(
         return;
     }
     LogLine(DPrint::Info, function, function);
-    Post([=] {
-        SendOrDefer(
-            DPrint::Flow, "Not connected, queuing call to DeleteServiceAccountAccount", [=] {
-                LogLine(DPrint::Info, "operator()", "do_enable");
-                VellmarkPB::VellmarkDeleteSrvcAccount request;
-                request.set_accountid(accountID);
-                LogLine(DPrint::Detail, "operator()",
-                        "Send ServiceAccount delete request to IPCServer");
-                auto onReply =
-                    OnTask<AcctOpEnvelope>([this, onSuccess, onError](AcctOpEnvelope const& reply) {
-                        HandleDeleteResponse(reply, onSuccess, onError);
-                    });
-                m_router->SendRequest(VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT, request,
-                                      onReply);
-            });
-    });
+    VellmarkPB::VellmarkDeleteSrvcAccount request;
+    request.set_accountid(accountID);
+    // The delete reuses the create's send line, as it always has.
+    SendAccountOperation<VellmarkPB::VellmarkDeleteSrvcAccount, AcctOpEnvelope>(
+        {VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT, DPrint::Flow,
+         "Not connected, queuing call to DeleteServiceAccountAccount", "do_enable",
+         "Send ServiceAccount delete request to IPCServer"},
+        request, [this, onSuccess, onError](AcctOpEnvelope const& reply) {
+            HandleDeleteResponse(reply, onSuccess, onError);
+        });
 }
 
-namespace {
-
-// The handler's one line: "Success" or "Failure", then the account concerned.
-void LogOutcome(char const* function, bool success, std::string const& accountID) {
-    LogLine(DPrint::Info, function, success ? "Success" : "Failure", " for account: ", accountID);
+// The reply handlers' one body: a line saying "Success" or "Failure" and the account
+// concerned, then exactly one callback. A reply without `success` counts as a failure; an
+// absent result or error is passed on as the empty message.
+template <class T>
+void VellmarkClientAPI::DeliverAccountReply(char const* function,
+                                            VellmarkPB::VellmarkAcctOpEnvelope const& reply,
+                                            T const& result, std::string const& accountID,
+                                            Callback<T> const& onSuccess,
+                                            Callback<VellmarkPB::Error> const& onError) {
+    LogLine(DPrint::Info, function, reply.success() ? "Success" : "Failure",
+            " for account: ", accountID);
+    if (reply.success()) {
+        CallIfSet(onSuccess, result);
+    } else {
+        CallIfSet(onError, reply.error());
+    }
 }
 
-}  // namespace
-
-// A reply without `success` counts as a failure; an absent account or error is passed on
-// as the empty message.
 void VellmarkClientAPI::HandleCreateOrUpdateResponse(
     VellmarkPB::VellmarkAcctOpEnvelope const& reply,
     Callback<VellmarkPB::serviceAccounts> const& onSuccess,
     Callback<VellmarkPB::Error> const& onError) {
-    LogOutcome("HandleCreateOrUpdateResponse", reply.success(), reply.account().accountid());
-    if (reply.success()) {
-        CallIfSet(onSuccess, reply.account());
-    } else {
-        CallIfSet(onError, reply.error());
-    }
+    DeliverAccountReply("HandleCreateOrUpdateResponse", reply, reply.account(),
+                        reply.account().accountid(), onSuccess, onError);
 }
 
 void VellmarkClientAPI::HandleDeleteResponse(
     VellmarkPB::VellmarkAcctOpEnvelope const& reply,
     Callback<VellmarkPB::VellmarkDeleteSrvcAccount> const& onSuccess,
     Callback<VellmarkPB::Error> const& onError) {
-    LogOutcome("HandleDeleteResponse", reply.success(), reply.delaccount().accountid());
-    if (reply.success()) {
-        CallIfSet(onSuccess, reply.delaccount());
-    } else {
-        CallIfSet(onError, reply.error());
-    }
+    DeliverAccountReply("HandleDeleteResponse", reply, reply.delaccount(),
+                        reply.delaccount().accountid(), onSuccess, onError);
 }

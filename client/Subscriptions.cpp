@@ -1,125 +1,163 @@
-// The eight subscriptions: storing the callback and attaching, or queuing, the handler.
+// The eight subscriptions, their replay after a connection, and the handling and
+// acknowledgement of their updates, on the rows of internal/Resources.h.
 #include "client/VellmarkClientAPI.h"
 #include "client/internal/LogLine.h"
+#include "client/internal/Resources.h"
 #include "client/internal/StoreOnTask.h"
-
-// The log texts of one subscription; null where it logs nothing at that step.
-struct VellmarkClientAPI::SubscribeTexts {
-    char const* function;  // the operation, as the prefix of its entry line
-    char const* entry;
-    char const* posted;
-    char const* queued;
-    DPrint::Level queuedLevel;
-    char const* attaching;
-};
-
-template <class T>
-void VellmarkClientAPI::Subscribe(SubscribeTexts const& texts, int id, Callback<T> const& callback,
-                                  Callback<T> VellmarkClientAPI::*slot,
-                                  void (VellmarkClientAPI::*handler)(T const&)) {
-    StoreOnTask(texts.function, texts.entry, texts.posted, callback, slot,
-                [this, texts, id, handler] {
-                    if (!m_router) {
-                        LogLine(texts.queuedLevel, "operator()", texts.queued);
-                        m_pendingAttachIds.push_back(id);
-                        return;
-                    }
-                    if (texts.attaching) LogLine(DPrint::Flow, "operator()", texts.attaching);
-                    AttachHandler(id, handler);
-                });
-}
+#include "framework/ipc/IPCMessageEnvelope.h"
 
 namespace {
-char const kQueuedToServer[] = "Not connected, queuing Attach call to Server: ";
+
+// "<name> received update. Message id= <value>", the tail of the acknowledgement lines; the
+// name is empty for a value without one.
+std::string UpdateDescription(VellmarkPB::MessageId id) {
+    auto const* value = VellmarkPB::MessageId_descriptor()->FindValueByNumber(id);
+    return (value ? value->name() : std::string()) +
+           " received update. Message id= " + std::to_string(static_cast<int>(id));
+}
+
 }  // namespace
+
+template <class T>
+void VellmarkClientAPI::Subscribe(SubscriptionRow<T> const& row, Callback<T> const& callback) {
+    StoreOnTask(row.operation, row.entry, row.posted, callback, row.slot, [this, &row] {
+        if (!m_router) {
+            LogLine(row.queuedLevel, "operator()", row.queued);
+            m_pendingAttachIds.push_back(row.id);
+            return;
+        }
+        if (row.attaching) LogLine(DPrint::Flow, "operator()", row.attaching);
+        AttachHandler(row.id, row.handler);
+    });
+}
+
+template <class T>
+void VellmarkClientAPI::AttachQueued(SubscriptionRow<T> const& row) {
+    if (!row.replayed) return;
+    LogLine(row.replayLevel, "AttachToIPCServer", row.replayLine);
+    AttachHandler(row.id, row.handler);
+    // Hands the subscriber the current value at once, through the interface.
+    if (row.asksCurrentValue)
+        static_cast<VellmarkClientAPIIF*>(this)->GetGroups(m_groupsSubscriber);
+}
+
+template <class T>
+void VellmarkClientAPI::AcceptUpdate(SubscriptionRow<T> const& row, T const& update) {
+    if (row.heading) LogLine(row.headingLevel, row.handlerName, row.heading);
+    if (row.dump) row.dump(*this, update);
+    Callback<T> const& callback = this->*row.slot;
+    if (!callback) return;
+    callback(update);
+    auto const id = static_cast<VellmarkPB::MessageId>(row.id);
+    switch (row.ack) {
+        case AckLines::None:
+            return;
+        case AckLines::AnnouncedThenSent:
+            LogLine(row.announceLevel, row.handlerName,
+                    "subscriber with message: ", UpdateDescription(id));
+            SendCloudSyncReceived(id);
+            LogLine(DPrint::Flow, row.handlerName,
+                    "Sent VELLMARK_MESSAGE_CLOUDSYNC_RECEIVED event");
+            return;
+        case AckLines::SentToServer:
+            SendCloudSyncReceived(id);
+            LogLine(DPrint::Flow, row.handlerName,
+                    "Sent CloudSync received response to server: ", UpdateDescription(id));
+            return;
+    }
+}
+
+void VellmarkClientAPI::AttachToIPCServer(int messageId) {
+    Resources::ForEachSubscription([this, messageId](auto const& row) {
+        if (row.id == messageId) AttachQueued(row);
+    });
+    for (auto const& row : Resources::kGvaErrors) {
+        if (row.id != messageId) continue;
+        LogLine(DPrint::Info, "AttachToIPCServer", row.attachLine);
+        AttachHandler(row.id, row.handler);
+    }
+}
+
+void VellmarkClientAPI::SendCloudSyncReceived(VellmarkPB::MessageId id) {
+    // The update's own connection may be gone by now (a later connection attempt failed);
+    // then no service is there to hear the acknowledgement.
+    if (!m_router) return;
+    VellmarkPB::CloudSyncReceived acknowledgement;
+    acknowledgement.set_messageid(id);
+    IPCMessageEnvelope envelope;
+    envelope.SetPayload(acknowledgement);
+    m_router->SendEnvelope(VellmarkPB::VELLMARK_MESSAGE_CLOUDSYNC_RECEIVED, envelope);
+}
 
 void VellmarkClientAPI::SubscribeSourcesRequest(std::string const&,
                                                 Callback<VellmarkPB::sources> const& callback) {
-    Subscribe<VellmarkPB::sources>(
-        {"SubscribeSourcesRequest", "SubscribeSourcesRequest",
-         "lambda in void SubscribeSourcesRequest", kQueuedToServer, DPrint::Flow, nullptr},
-        VellmarkPB::VELLMARK_MESSAGE_SOURCES_UPDATE, callback,
-        &VellmarkClientAPI::m_sourcesSubscriber, &VellmarkClientAPI::AcceptSourcesSubscribe);
+    Subscribe(Resources::kSourcesSubscription, callback);
 }
 
 void VellmarkClientAPI::SubscribeVoiceAccountsRequest(
     Callback<VellmarkPB::sources> const& callback) {
-    Subscribe<VellmarkPB::sources>(
-        {"SubscribeVoiceAccountsRequest", nullptr, nullptr,
-         "Not connected, queuing Attach call to AcceptVoiceAccountsSubscribe", DPrint::Flow,
-         "connected, Attach request to AcceptVoiceAccountsSubscribe"},
-        VellmarkPB::VELLMARK_MESSAGE_VOICE_ACCOUNTS_UPDATE, callback,
-        &VellmarkClientAPI::m_voiceAccountsSubscriber,
-        &VellmarkClientAPI::AcceptVoiceAccountsSubscribe);
+    Subscribe(Resources::kVoiceAccountsSubscription, callback);
 }
 
 void VellmarkClientAPI::SubscribeMspHostAccountsRequest(
     Callback<VellmarkPB::sources> const& callback) {
-    Subscribe<VellmarkPB::sources>(
-        {"SubscribeMspHostAccountsRequest", nullptr, nullptr,
-         "Not connected, queuing Attach call to AcceptMspHostAccountsSubscribe", DPrint::Flow,
-         "connected, Attach request to AcceptMspHostAccountsSubscribe"},
-        VellmarkPB::VELLMARK_MESSAGE_MSP_HOST_ACCOUNTS_UPDATE, callback,
-        &VellmarkClientAPI::m_mspHostAccountsSubscriber,
-        &VellmarkClientAPI::AcceptMspHostAccountsSubscribe);
+    Subscribe(Resources::kMspHostAccountsSubscription, callback);
 }
 
 void VellmarkClientAPI::SubscribeProductSettingsRequest(
     std::string const&, Callback<VellmarkPB::ProductSettings> const& callback) {
-    // The queue line carries the posted text after it, on the same line.
-    Subscribe<VellmarkPB::ProductSettings>(
-        {"SubscribeProductSettingsRequest", "SubscribeProductSettingsRequest",
-         " lambda in SubscribeProductSettingsRequest",
-         "Not connected, queuing Attach call to Server:  lambda in "
-         "SubscribeProductSettingsRequest",
-         DPrint::Flow, nullptr},
-        VellmarkPB::VELLMARK_MESSAGE_PRODUCT_SETTINGS_UPDATE, callback,
-        &VellmarkClientAPI::m_productSettingsSubscriber,
-        &VellmarkClientAPI::AcceptProductSettingsSubscribe);
+    Subscribe(Resources::kProductSettingsSubscription, callback);
 }
 
 void VellmarkClientAPI::SubscribePersonsInfoRequest(std::string const&,
                                                     Callback<VellmarkPB::persons> const& callback) {
-    Subscribe<VellmarkPB::persons>(
-        {"SubscribePersonsInfoRequest", "SubscribePersonsInfoRequest",
-         "lambda in SubscribePersonsInfoRequest",
-         "Not connected, queuing Attach call to AcceptPersonsInfoSubscribe", DPrint::Flow,
-         "connected, Attach request to AcceptPersonsInfoSubscribe"},
-        VellmarkPB::VELLMARK_MESSAGE_PERSONS_UPDATE, callback,
-        &VellmarkClientAPI::m_personsInfoSubscriber,
-        &VellmarkClientAPI::AcceptPersonsInfoSubscribe);
+    Subscribe(Resources::kPersonsSubscription, callback);
 }
 
 void VellmarkClientAPI::SubscribeGroupsRequest(
     Callback<VellmarkPB::VellmarkGroups> const& callback) {
-    // Announces its registration with the host-account text, as it always has.
-    Subscribe<VellmarkPB::VellmarkGroups>(
-        {"SubscribeGroupsRequest", nullptr, nullptr,
-         "Not connected, queuing Attach call to AcceptGroupsSubscribe", DPrint::Flow,
-         "connected, Attach request to AcceptMspHostAccountsSubscribe"},
-        VellmarkPB::VELLMARK_MESSAGE_GROUPS_UPDATE, callback,
-        &VellmarkClientAPI::m_groupsSubscriber, &VellmarkClientAPI::AcceptGroupsSubscribe);
+    Subscribe(Resources::kGroupsSubscription, callback);
 }
 
 void VellmarkClientAPI::SubscribePresetsRequest(
     std::string const&, Callback<VellmarkPB::VellmarkPresets> const& callback) {
-    Subscribe<VellmarkPB::VellmarkPresets>(
-        {"SubscribePresetsRequest", nullptr, nullptr,
-         "Not connected, queuing Attach call to AcceptPresetsSubscribe", DPrint::Flow,
-         "connected, Attach request to AcceptPresetsSubscribe"},
-        VellmarkPB::VELLMARK_MESSAGE_PRESETS_UPDATE, callback,
-        &VellmarkClientAPI::m_presetsSubscriber, &VellmarkClientAPI::AcceptPresetsSubscribe);
+    Subscribe(Resources::kPresetsSubscription, callback);
 }
 
 void VellmarkClientAPI::SubscribeIsAssociatedWithAccountRequest(
     Callback<VellmarkPB::AccountAssociated> const& callback) {
-    Subscribe<VellmarkPB::AccountAssociated>(
-        {"SubscribeIsAssociatedWithAccountRequest", "SubscribeIsAssociatedWithAccountRequest",
-         " lambda in SubscribeIsAssociatedWithAccountRequest",
-         "Not connected, queuing Attach call to Server:  lambda in "
-         "SubscribeIsAssociatedWithAccountRequest",
-         DPrint::Info, nullptr},
-        VellmarkPB::VELLMARK_MESSAGE_ACCOUNT_ASSOCIATED_UPDATE, callback,
-        &VellmarkClientAPI::m_isAssociatedSubscriber,
-        &VellmarkClientAPI::AcceptIsAssociatedWithAccountSubscribe);
+    Subscribe(Resources::kAssociationSubscription, callback);
+}
+
+void VellmarkClientAPI::AcceptSourcesSubscribe(VellmarkPB::sources const& update) {
+    AcceptUpdate(Resources::kSourcesSubscription, update);
+}
+
+void VellmarkClientAPI::AcceptVoiceAccountsSubscribe(VellmarkPB::sources const& update) {
+    AcceptUpdate(Resources::kVoiceAccountsSubscription, update);
+}
+
+void VellmarkClientAPI::AcceptMspHostAccountsSubscribe(VellmarkPB::sources const& update) {
+    AcceptUpdate(Resources::kMspHostAccountsSubscription, update);
+}
+
+void VellmarkClientAPI::AcceptProductSettingsSubscribe(VellmarkPB::ProductSettings const& update) {
+    AcceptUpdate(Resources::kProductSettingsSubscription, update);
+}
+
+void VellmarkClientAPI::AcceptPersonsInfoSubscribe(VellmarkPB::persons const& update) {
+    AcceptUpdate(Resources::kPersonsSubscription, update);
+}
+
+void VellmarkClientAPI::AcceptGroupsSubscribe(VellmarkPB::VellmarkGroups const& update) {
+    AcceptUpdate(Resources::kGroupsSubscription, update);
+}
+
+void VellmarkClientAPI::AcceptPresetsSubscribe(VellmarkPB::VellmarkPresets const& update) {
+    AcceptUpdate(Resources::kPresetsSubscription, update);
+}
+
+void VellmarkClientAPI::AcceptIsAssociatedWithAccountSubscribe(
+    VellmarkPB::AccountAssociated const& update) {
+    AcceptUpdate(Resources::kAssociationSubscription, update);
 }

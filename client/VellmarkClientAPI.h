@@ -120,11 +120,20 @@ private:
     void StoreOnTask(char const* function, char const* entry, char const* posted,
                      Callback<T> const& callback, Callback<T> VellmarkClientAPI::*slot, Then then);
 
-    // Queries (Queries.cpp).
-    struct QueryTexts;
+    // The resources, one row each (internal/Resources.h), and the code that reads them.
     template <class T>
-    void Query(QueryTexts const& texts, unsigned int id, Callback<T> const& callback,
-               Callback<T> VellmarkClientAPI::*slot, void (VellmarkClientAPI::*handler)(T const&));
+    struct QueryRow;
+    template <class T>
+    struct SubscriptionRow;
+    struct ErrorRow;
+    enum class AckLines;
+    struct Resources;
+
+    // Queries (Queries.cpp): the operation, and the handling of its reply.
+    template <class T>
+    void Query(QueryRow<T> const& row, Callback<T> const& callback);
+    template <class T>
+    void AcceptReply(QueryRow<T> const& row, T const& message);
     void AcceptSourcesAPI(VellmarkPB::sources const& message);
     void AcceptVoiceAccountsAPI(VellmarkPB::sources const& message);
     void AcceptMspHostAccountsAPI(VellmarkPB::sources const& message);
@@ -133,12 +142,14 @@ private:
     void AcceptVellmarkGroupsAPI(VellmarkPB::VellmarkGroups const& message);
     void AcceptPresetsAPI(VellmarkPB::VellmarkPresets const& message);
 
-    // Subscriptions (Subscriptions.cpp).
-    struct SubscribeTexts;
+    // Subscriptions (Subscriptions.cpp): the operation, its replay when it was made while
+    // disconnected, and the handling of an update.
     template <class T>
-    void Subscribe(SubscribeTexts const& texts, int id, Callback<T> const& callback,
-                   Callback<T> VellmarkClientAPI::*slot,
-                   void (VellmarkClientAPI::*handler)(T const&));
+    void Subscribe(SubscriptionRow<T> const& row, Callback<T> const& callback);
+    template <class T>
+    void AttachQueued(SubscriptionRow<T> const& row);
+    template <class T>
+    void AcceptUpdate(SubscriptionRow<T> const& row, T const& update);
     void AcceptSourcesSubscribe(VellmarkPB::sources const& update);
     void AcceptVoiceAccountsSubscribe(VellmarkPB::sources const& update);
     void AcceptMspHostAccountsSubscribe(VellmarkPB::sources const& update);
@@ -153,23 +164,37 @@ private:
     // Presets (Presets.cpp).
     void PresetsStored(VellmarkPB::VellmarkPresets const& presets);
 
-    // Service accounts (ServiceAccounts.cpp).
-    void SendAccountChange(char const* function, DPrint::Level queueLevel, char const* queueLine,
-                           char const* sendLine, unsigned int id,
-                           VellmarkPB::serviceAccounts const& account,
-                           Callback<VellmarkPB::serviceAccounts> const& onSuccess,
-                           Callback<VellmarkPB::Error> const& onError);
+    // Account operations (internal/AccountOperation.h): the skeleton the service-account
+    // (ServiceAccounts.cpp) and GVA (GvaAccounts.cpp) operations share.
+    struct AccountOperation;
+    template <class Request, class Reply>
+    void SendAccountOperation(AccountOperation const& operation, Request const& request,
+                              std::function<void(Reply const&)> const& onReply,
+                              std::function<void()> const& onTask = nullptr);
+    // Create and update: the same but for their texts and identifier.
+    void ChangeServiceAccount(char const* function, AccountOperation const& operation,
+                              VellmarkPB::serviceAccounts const& account,
+                              Callback<VellmarkPB::serviceAccounts> const& onSuccess,
+                              Callback<VellmarkPB::Error> const& onError);
     void HandleCreateOrUpdateResponse(VellmarkPB::VellmarkAcctOpEnvelope const& reply,
                                       Callback<VellmarkPB::serviceAccounts> const& onSuccess,
                                       Callback<VellmarkPB::Error> const& onError);
     void HandleDeleteResponse(VellmarkPB::VellmarkAcctOpEnvelope const& reply,
                               Callback<VellmarkPB::VellmarkDeleteSrvcAccount> const& onSuccess,
                               Callback<VellmarkPB::Error> const& onError);
+    template <class T>
+    void DeliverAccountReply(char const* function, VellmarkPB::VellmarkAcctOpEnvelope const& reply,
+                             T const& result, std::string const& accountID,
+                             Callback<T> const& onSuccess,
+                             Callback<VellmarkPB::Error> const& onError);
 
     // GVA accounts (GvaAccounts.cpp).
     void GVACreated(VellmarkPB::serviceAccounts const& account);
     void GVADeleted(VellmarkPB::VellmarkDeleteGVA const& result);
     void GVAAssistantDeviceIdUpdated(VellmarkPB::serviceAccounts const& account);
+    template <class T>
+    void DeliverGVAReply(DPrint::Level level, char const* function, Callback<T> const& slot,
+                         void (VellmarkClientAPI::*dump)(T const&), T const& reply);
     void HandleGVACreateError(VellmarkPB::Error const& error);
     void HandleGVADeleteError(VellmarkPB::Error const& error);
     void HandleGVAUpdateError(VellmarkPB::Error const& error);

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "platform/ipc/transport/FrameCodec.h"
 #include "platform/ipc/transport/FramedConnection.h"
 
@@ -20,7 +22,7 @@ TEST_F(IPCFrameLimitTest, TheLimitStaysWithinItsBounds) {
     EXPECT_EQ(IPCFrameLimit::SetMaxFrameBytes(64 * 1024), 64u * 1024);
     EXPECT_EQ(IPCFrameLimit::MaxFrameBytes(), 64u * 1024);
     EXPECT_EQ(IPCFrameLimit::SetMaxFrameBytes(1), IPCFrameLimit::kMinFrameBytes);
-    EXPECT_EQ(IPCFrameLimit::SetMaxFrameBytes(std::size_t(1) << 40),
+    EXPECT_EQ(IPCFrameLimit::SetMaxFrameBytes(std::numeric_limits<std::size_t>::max()),
               IPCFrameLimit::kHardMaxFrameBytes);
     EXPECT_EQ(IPCFrameLimit::kDefaultFrameBytes, std::size_t(1) << 20);
 }

@@ -5,6 +5,8 @@
 #include "platform/ipc/IPCFrameLimit.h"
 #include "platform/ipc/IPCMessageRouterFactory.h"
 
+namespace Vellmark::Admin {
+
 // What the transport's threads hand to the caller.
 struct AdminClient::Shared {
     std::mutex mutex;
@@ -32,7 +34,7 @@ AdminClient::AdminClient(std::chrono::milliseconds bound)
     : m_shared(std::make_shared<Shared>()),
       m_listener(IL::CreateClientListener("VellmarkAdminListener", kRetryPeriod)),
       m_bound(bound) {
-    auto const endpoint = IPCDirectory::Get().Lookup(VellmarkAdmin::kAdminEndpoint);
+    auto const endpoint = IPCDirectory::Get().Lookup(Vellmark::Admin::kAdminEndpoint);
     std::weak_ptr<Shared> weak = m_shared;
     auto listening = m_listener->Listen(
         endpoint, [weak](std::shared_ptr<Network::ConnectorSocket> const& socket) {
@@ -68,16 +70,16 @@ AdminClient::~AdminClient() {
     if (m_router) m_router->Stop();
 }
 
-VellmarkAdmin::Reply AdminClient::Call(VellmarkAdmin::Request request) {
+Vellmark::Admin::Reply AdminClient::Call(Vellmark::Admin::Request request) {
     std::size_t const limit = IPCFrameLimit::MaxFrameBytes();
     request.set_maxframebytes(static_cast<std::uint32_t>(limit));
-    VellmarkAdmin::Reply reply;
-    if (VellmarkAdmin::FitsOneFrame(request, limit)) {
+    Vellmark::Admin::Reply reply;
+    if (Vellmark::Admin::FitsOneFrame(request, limit)) {
         reply = Exchange(request);
     } else {
-        auto const slices = VellmarkAdmin::Slices(request.SerializeAsString(), limit);
+        auto const slices = Vellmark::Admin::Slices(request.SerializeAsString(), limit);
         for (std::size_t i = 0; i < slices.size(); ++i) {
-            VellmarkAdmin::Request slice;
+            Vellmark::Admin::Request slice;
             slice.set_part(slices[i]);
             slice.set_more(i + 1 < slices.size());
             slice.set_maxframebytes(static_cast<std::uint32_t>(limit));
@@ -89,14 +91,14 @@ VellmarkAdmin::Reply AdminClient::Call(VellmarkAdmin::Request request) {
     // A reply too big for one frame: its slices, asked for one by one.
     std::string joined = reply.part();
     while (reply.more()) {
-        VellmarkAdmin::Request next;
+        Vellmark::Admin::Request next;
         next.set_nextpart(true);
         next.set_maxframebytes(static_cast<std::uint32_t>(limit));
         reply = Exchange(next);
         if (!reply.has_part()) return reply;
         joined += reply.part();
     }
-    VellmarkAdmin::Reply whole;
+    Vellmark::Admin::Reply whole;
     if (!whole.ParseFromString(joined)) {
         whole.set_ok(false);
         whole.set_error("the slices of the reply do not make a reply");
@@ -104,16 +106,16 @@ VellmarkAdmin::Reply AdminClient::Call(VellmarkAdmin::Request request) {
     return whole;
 }
 
-VellmarkAdmin::Reply AdminClient::Exchange(VellmarkAdmin::Request const& request) {
+Vellmark::Admin::Reply AdminClient::Exchange(Vellmark::Admin::Request const& request) {
     struct Answer {
         bool arrived = false;
-        VellmarkAdmin::Reply reply;
+        Vellmark::Admin::Reply reply;
     };
     auto answer = std::make_shared<Answer>();
     std::weak_ptr<Shared> weak = m_shared;
     IPCMessageEnvelope envelope;
     envelope.SetPayload(request);
-    m_router->SendEnvelopeRequest(VellmarkAdmin::kCommandId, envelope,
+    m_router->SendEnvelopeRequest(Vellmark::Admin::kCommandId, envelope,
                                   [weak, answer](IPCMessageEnvelope const& response) {
                                       auto shared = weak.lock();
                                       if (!shared) return;
@@ -132,19 +134,19 @@ VellmarkAdmin::Reply AdminClient::Exchange(VellmarkAdmin::Request const& request
     throw AdminError("no answer from vellmarkd within " + std::to_string(m_bound.count()) + " ms");
 }
 
-std::string AdminClient::Command(VellmarkAdmin::Request const& request) {
+std::string AdminClient::Command(Vellmark::Admin::Request const& request) {
     auto const reply = Call(request);
     if (!reply.ok()) throw AdminError("vellmarkd refused: " + reply.error());
     return reply.json();
 }
 
-void AdminClient::Monitor(std::function<void(VellmarkAdmin::TrafficEvent const&)> onEvent) {
-    m_router->AttachEnvelopeHandler(VellmarkAdmin::kTrafficId,
+void AdminClient::Monitor(std::function<void(Vellmark::Admin::TrafficEvent const&)> onEvent) {
+    m_router->AttachEnvelopeHandler(Vellmark::Admin::kTrafficId,
                                     [onEvent](IPCMessageEnvelope const& envelope) {
-                                        VellmarkAdmin::TrafficEvent event;
+                                        Vellmark::Admin::TrafficEvent event;
                                         if (envelope.GetPayload(event)) onEvent(event);
                                     });
-    VellmarkAdmin::Request request;
+    Vellmark::Admin::Request request;
     request.set_monitor(true);
     Command(request);
 }
@@ -160,3 +162,5 @@ bool AdminClient::WaitClosed(std::chrono::milliseconds bound) {
     std::unique_lock<std::mutex> lock(m_shared->mutex);
     return WaitFor(m_shared->changed, lock, bound, [this] { return m_shared->closed; });
 }
+
+}  // namespace Vellmark::Admin

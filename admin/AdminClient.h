@@ -17,6 +17,8 @@
 #include "framework/ipc/IPCMessageRouterIF.h"
 #include "platform/ipc/ClientListener.h"
 
+namespace Vellmark::Admin {
+
 class AdminError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -34,13 +36,13 @@ public:
     // Sends `request` and returns the service's reply, each in slices when it does not fit
     // one frame (so a seed or an export of any size goes through). Throws AdminError when
     // no reply comes within the bound or the connection ends first.
-    VellmarkAdmin::Reply Call(VellmarkAdmin::Request request);
+    Vellmark::Admin::Reply Call(Vellmark::Admin::Request request);
     // Calls Call and returns the reply's JSON; throws AdminError with the service's reason
     // when it refused.
-    std::string Command(VellmarkAdmin::Request const& request);
+    std::string Command(Vellmark::Admin::Request const& request);
 
     // Asks for the traffic of the "Vellmark" endpoint; `onEvent` receives each frame.
-    void Monitor(std::function<void(VellmarkAdmin::TrafficEvent const&)> onEvent);
+    void Monitor(std::function<void(Vellmark::Admin::TrafficEvent const&)> onEvent);
     // Ends the connection; WaitClosed returns.
     void Close();
     // Waits until the connection ends, or `bound` has passed (0: no bound). True when it ended.
@@ -48,7 +50,7 @@ public:
 
 private:
     // One Request, one Reply.
-    VellmarkAdmin::Reply Exchange(VellmarkAdmin::Request const& request);
+    Vellmark::Admin::Reply Exchange(Vellmark::Admin::Request const& request);
 
     struct Shared;
     std::shared_ptr<Shared> m_shared;
@@ -56,3 +58,5 @@ private:
     std::shared_ptr<IPCMessageRouterIF> m_router;
     std::chrono::milliseconds const m_bound;
 };
+
+}  // namespace Vellmark::Admin

@@ -10,7 +10,7 @@
 #include "VellmarkSources.pb.h"
 #include "VellmarkSystemAssoicated.pb.h"
 
-namespace VellmarkAdmin {
+namespace Vellmark::Admin {
 
 std::vector<ResourceInfo> const& Resources() {
     using namespace VellmarkPB;
@@ -87,4 +87,4 @@ std::vector<std::string> Slices(std::string const& bytes, std::size_t maxFrameBy
     return slices;
 }
 
-}  // namespace VellmarkAdmin
+}  // namespace Vellmark::Admin

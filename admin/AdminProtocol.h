@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace VellmarkAdmin {
+namespace Vellmark::Admin {
 
 // The product's endpoint and the admin endpoint, in the IPC directory.
 inline constexpr char kServiceEndpoint[] = "Vellmark";
@@ -50,4 +50,4 @@ std::size_t SliceBytes(std::size_t maxFrameBytes);
 // `bytes` cut into slices of SliceBytes(maxFrameBytes) (one, empty, for no bytes).
 std::vector<std::string> Slices(std::string const& bytes, std::size_t maxFrameBytes);
 
-}  // namespace VellmarkAdmin
+}  // namespace Vellmark::Admin

@@ -14,7 +14,7 @@
 
 #include "platform/log/ProtoToMarkup.h"
 
-namespace VellmarkJson {
+namespace Vellmark::Json {
 namespace {
 
 using google::protobuf::util::TypeResolver;
@@ -99,4 +99,4 @@ std::string ReadFile(std::string const& path, std::string& text) {
     return {};
 }
 
-}  // namespace VellmarkJson
+}  // namespace Vellmark::Json

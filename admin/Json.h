@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace VellmarkJson {
+namespace Vellmark::Json {
 
 // Parses `json` into `message` (cleared first). Field names may be written as in the
 // schema or in lowerCamelCase. Returns "" on success, otherwise what is wrong: a syntax
@@ -23,4 +23,4 @@ std::string ReadFile(std::string const& path, std::string& text);
 // the pair each time it meets the type. Call once, early in main.
 void QuietenKnownWarnings();
 
-}  // namespace VellmarkJson
+}  // namespace Vellmark::Json

@@ -6,7 +6,7 @@
 #include "admin/Sensitivity.h"
 #include "platform/log/Redact.h"
 
-namespace VellmarkAdmin {
+namespace Vellmark::Admin {
 namespace {
 
 // The longest masked token shown, as the client library bounds the tokens it masks.
@@ -112,4 +112,4 @@ std::vector<std::string> SecretValues(Message const& message) {
     return secrets;
 }
 
-}  // namespace VellmarkAdmin
+}  // namespace Vellmark::Admin

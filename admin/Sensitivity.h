@@ -23,7 +23,7 @@
 #include <utility>
 #include <vector>
 
-namespace VellmarkAdmin {
+namespace Vellmark::Admin {
 
 enum class Sensitivity {
     Token,         // a token or credential: masked as a token
@@ -53,4 +53,4 @@ void Mask(google::protobuf::Message& message);
 // shows none of them.
 std::vector<std::string> SecretValues(google::protobuf::Message const& message);
 
-}  // namespace VellmarkAdmin
+}  // namespace Vellmark::Admin

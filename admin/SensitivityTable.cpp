@@ -4,7 +4,7 @@
 
 #include "admin/Sensitivity.h"
 
-namespace VellmarkAdmin {
+namespace Vellmark::Admin {
 namespace {
 
 using S = Sensitivity;
@@ -121,25 +121,25 @@ std::unordered_map<std::string, Sensitivity> const& Table() {
         {"VellmarkPB.Error.message", S::FreeText},
         {"VellmarkPB.Error.productGuid", S::NotSensitive},
         // VellmarkAdmin.proto
-        {"VellmarkAdmin.Put.resource", S::NotSensitive},
-        {"VellmarkAdmin.Put.json", S::Token},
-        {"VellmarkAdmin.Get.resource", S::NotSensitive},
-        {"VellmarkAdmin.Seed.json", S::Token},
-        {"VellmarkAdmin.Reply.error", S::FreeText},
-        {"VellmarkAdmin.Reply.json", S::Token},
-        {"VellmarkAdmin.Request.part", S::Token},
-        {"VellmarkAdmin.Reply.part", S::Token},
-        {"VellmarkAdmin.Client.connectedAt", S::NotSensitive},
-        {"VellmarkAdmin.Acknowledgement.messageName", S::NotSensitive},
-        {"VellmarkAdmin.Acknowledgement.receivedAt", S::NotSensitive},
-        {"VellmarkAdmin.AcknowledgementCount.messageName", S::NotSensitive},
-        {"VellmarkAdmin.TrafficEvent.time", S::NotSensitive},
-        {"VellmarkAdmin.TrafficEvent.direction", S::NotSensitive},
-        {"VellmarkAdmin.TrafficEvent.kind", S::NotSensitive},
-        {"VellmarkAdmin.TrafficEvent.messageName", S::NotSensitive},
-        {"VellmarkAdmin.TrafficEvent.payloadType", S::NotSensitive},
+        {"Vellmark.Admin.Put.resource", S::NotSensitive},
+        {"Vellmark.Admin.Put.json", S::Token},
+        {"Vellmark.Admin.Get.resource", S::NotSensitive},
+        {"Vellmark.Admin.Seed.json", S::Token},
+        {"Vellmark.Admin.Reply.error", S::FreeText},
+        {"Vellmark.Admin.Reply.json", S::Token},
+        {"Vellmark.Admin.Request.part", S::Token},
+        {"Vellmark.Admin.Reply.part", S::Token},
+        {"Vellmark.Admin.Client.connectedAt", S::NotSensitive},
+        {"Vellmark.Admin.Acknowledgement.messageName", S::NotSensitive},
+        {"Vellmark.Admin.Acknowledgement.receivedAt", S::NotSensitive},
+        {"Vellmark.Admin.AcknowledgementCount.messageName", S::NotSensitive},
+        {"Vellmark.Admin.TrafficEvent.time", S::NotSensitive},
+        {"Vellmark.Admin.TrafficEvent.direction", S::NotSensitive},
+        {"Vellmark.Admin.TrafficEvent.kind", S::NotSensitive},
+        {"Vellmark.Admin.TrafficEvent.messageName", S::NotSensitive},
+        {"Vellmark.Admin.TrafficEvent.payloadType", S::NotSensitive},
         // Masked by the service before it is set.
-        {"VellmarkAdmin.TrafficEvent.payloadJson", S::FreeText},
+        {"Vellmark.Admin.TrafficEvent.payloadJson", S::FreeText},
         // The transport's envelope (IPCMessageEnvelopeBase.proto)
         {"Tarv.IPCMessageEnvelopeBase.payload_type_name", S::NotSensitive},
         {"Tarv.IPCMessageEnvelopeBase.payload", S::Token},
@@ -160,4 +160,4 @@ std::vector<std::pair<std::string, Sensitivity>> SensitivityTable() {
     return {Table().begin(), Table().end()};
 }
 
-}  // namespace VellmarkAdmin
+}  // namespace Vellmark::Admin

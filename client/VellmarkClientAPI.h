@@ -291,5 +291,5 @@ private:
     };
     std::vector<ConnectionObserver> m_connectionObservers;
     // Closed first thing in the destructor; see Guarded.
-    std::shared_ptr<LifetimeGuard> m_lifetime = LifetimeGuard::Create();
+    std::shared_ptr<Tarv::LifetimeGuard> m_lifetime = Tarv::LifetimeGuard::Create();
 };

@@ -24,7 +24,7 @@
 #include "framework/AsyncCallbackImplBase.h"
 #include "framework/task/NotifyTargetTaskIF.h"
 
-namespace detail {
+namespace Tarv::Internal {
 
 // The body shared by AsyncCallback<T> (Args = T) and AsyncCallback<void> (no Args).
 template <class... Args>
@@ -74,16 +74,16 @@ public:
     std::shared_ptr<Impl> impl;
 };
 
-}  // namespace detail
+}  // namespace Tarv::Internal
 
 template <class T>
-class AsyncCallback : public detail::AsyncCallbackCore<T> {
+class AsyncCallback : public Tarv::Internal::AsyncCallbackCore<T> {
 public:
-    using detail::AsyncCallbackCore<T>::AsyncCallbackCore;
+    using Tarv::Internal::AsyncCallbackCore<T>::AsyncCallbackCore;
 };
 
 template <>
-class AsyncCallback<void> : public detail::AsyncCallbackCore<> {
+class AsyncCallback<void> : public Tarv::Internal::AsyncCallbackCore<> {
 public:
-    using detail::AsyncCallbackCore<>::AsyncCallbackCore;
+    using Tarv::Internal::AsyncCallbackCore<>::AsyncCallbackCore;
 };

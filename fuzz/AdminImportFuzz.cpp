@@ -2,6 +2,6 @@
 #include "fuzz/ServiceExercise.h"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    ExerciseAdminImport(data, size);
+    Vellmark::Fuzz::ExerciseAdminImport(data, size);
     return 0;
 }

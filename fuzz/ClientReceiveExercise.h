@@ -26,7 +26,9 @@
 #include "platform/testing/ConnectionDriver.h"
 #include "platform/testing/ManualTask.h"
 
-namespace client_receive_exercise {
+namespace Vellmark::Fuzz::ClientReceiveExercise {
+
+using namespace Tarv::Testing;
 
 // The payload type each identifier the client takes carries ("" for the others).
 inline std::string TypeOf(unsigned int id) {
@@ -198,13 +200,15 @@ inline void Call(VellmarkClientAPI& client, std::uint8_t which, FuzzInput& input
     }
 }
 
-}  // namespace client_receive_exercise
+}  // namespace Vellmark::Fuzz::ClientReceiveExercise
+
+namespace Vellmark::Fuzz {
 
 // Runs one input; the client's log lines (built at the most detailed level) go to `lines`
 // when it is given, and nowhere otherwise.
 inline void ExerciseClientReceive(std::uint8_t const* data, std::size_t size,
                                   std::vector<std::string>* lines = nullptr) {
-    using namespace client_receive_exercise;
+    using namespace Vellmark::Fuzz::ClientReceiveExercise;
     auto const previousSink = DPrint::SetSink([lines](DPrint::Record const& record) {
         if (lines && record.logger == "VellmarkClientAPI") lines->emplace_back(record.text);
     });
@@ -261,3 +265,5 @@ inline void ExerciseClientReceive(std::uint8_t const* data, std::size_t size,
     VellmarkClientLog().SetThreshold(previousLevel);
     DPrint::SetSink(previousSink);
 }
+
+}  // namespace Vellmark::Fuzz

@@ -3,6 +3,6 @@
 #include "fuzz/ClientReceiveExercise.h"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    ExerciseClientReceive(data, size);
+    Vellmark::Fuzz::ExerciseClientReceive(data, size);
     return 0;
 }

@@ -11,7 +11,7 @@
 #include "VellmarkAdmin.pb.h"
 #include "admin/Json.h"
 
-namespace client_seeds {
+namespace Vellmark::Fuzz::ClientSeeds {
 
 struct Seed {
     std::string name;
@@ -46,11 +46,11 @@ private:
     std::string m_bytes;
 };
 
-inline VellmarkAdmin::StoreDocument ExampleDocument() {
+inline Vellmark::Admin::StoreDocument ExampleDocument() {
     std::string text;
-    VellmarkAdmin::StoreDocument document;
-    VellmarkJson::ReadFile(VELLMARK_SEED_PATH, text);
-    VellmarkJson::Parse(text, document);
+    Vellmark::Admin::StoreDocument document;
+    Vellmark::Json::ReadFile(VELLMARK_SEED_PATH, text);
+    Vellmark::Json::Parse(text, document);
     return document;
 }
 
@@ -130,4 +130,4 @@ inline std::vector<Seed> ClientReceiveSeeds() {
     return seeds;
 }
 
-}  // namespace client_seeds
+}  // namespace Vellmark::Fuzz::ClientSeeds

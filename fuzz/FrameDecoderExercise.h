@@ -10,7 +10,7 @@
 
 #include "platform/ipc/transport/FrameCodec.h"
 
-namespace frame_decoder_exercise {
+namespace Vellmark::Fuzz::FrameDecoderExercise {
 
 // A small limit as well, so that inputs reach the over-the-limit path cheaply.
 constexpr std::size_t kSmallLimit = 4096;
@@ -30,7 +30,9 @@ inline void RoundTrip(Tarv::IPCFrame const& frame) {
     Check(again.Buffered() == 0);
 }
 
-}  // namespace frame_decoder_exercise
+}  // namespace Vellmark::Fuzz::FrameDecoderExercise
+
+namespace Vellmark::Fuzz {
 
 // Runs one input: its first byte picks the chunk size and the limit, the rest is the
 // stream.
@@ -38,7 +40,8 @@ inline void ExerciseFrameDecoder(std::uint8_t const* data, std::size_t size) {
     if (size == 0) return;
     std::size_t const chunk = 1 + (data[0] & 0x3f);
     bool const small = (data[0] & 0x40) != 0;
-    Tarv::FrameDecoder decoder(small ? frame_decoder_exercise::kSmallLimit : Tarv::kMaxFrameBytes);
+    Tarv::FrameDecoder decoder(small ? Vellmark::Fuzz::FrameDecoderExercise::kSmallLimit
+                                     : Tarv::kMaxFrameBytes);
     char const* stream = reinterpret_cast<char const*>(data + 1);
     std::size_t const length = size - 1;
 
@@ -50,8 +53,8 @@ inline void ExerciseFrameDecoder(std::uint8_t const* data, std::size_t size) {
             std::size_t const before = decoder.Buffered();
             auto const status = decoder.Next(frame);
             if (status == Tarv::FrameDecoder::Status::Frame) {
-                frame_decoder_exercise::Check(decoder.Buffered() < before);
-                frame_decoder_exercise::RoundTrip(frame);
+                Vellmark::Fuzz::FrameDecoderExercise::Check(decoder.Buffered() < before);
+                Vellmark::Fuzz::FrameDecoderExercise::RoundTrip(frame);
                 continue;
             }
             if (status == Tarv::FrameDecoder::Status::NeedMore) break;
@@ -59,3 +62,5 @@ inline void ExerciseFrameDecoder(std::uint8_t const* data, std::size_t size) {
         }
     }
 }
+
+}  // namespace Vellmark::Fuzz

@@ -2,6 +2,6 @@
 #include "fuzz/FrameDecoderExercise.h"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    ExerciseFrameDecoder(data, size);
+    Vellmark::Fuzz::ExerciseFrameDecoder(data, size);
     return 0;
 }

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+namespace Vellmark::Fuzz {
+
 class FuzzInput {
 public:
     FuzzInput(std::uint8_t const* data, std::size_t size) : m_data(data), m_size(size) {}
@@ -32,3 +34,5 @@ private:
     std::size_t m_size;
     std::size_t m_offset = 0;
 };
+
+}  // namespace Vellmark::Fuzz

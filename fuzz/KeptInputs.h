@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+namespace Vellmark::Fuzz {
+
 struct KeptInput {
     std::string name;
     std::string bytes;
@@ -25,3 +27,5 @@ inline std::vector<KeptInput> KeptInputs(std::string const& folder) {
     }
     return inputs;
 }
+
+}  // namespace Vellmark::Fuzz

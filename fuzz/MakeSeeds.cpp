@@ -26,9 +26,9 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::filesystem::path const folder = argv[1];
-    Write(folder / "service_request", fuzz_seeds::ServiceRequestSeeds());
-    Write(folder / "admin_import", fuzz_seeds::AdminImportSeeds());
-    Write(folder / "store_load", fuzz_seeds::StoreLoadSeeds());
-    Write(folder / "client_receive", client_seeds::ClientReceiveSeeds());
+    Write(folder / "service_request", Vellmark::Fuzz::ServiceSeeds::ServiceRequestSeeds());
+    Write(folder / "admin_import", Vellmark::Fuzz::ServiceSeeds::AdminImportSeeds());
+    Write(folder / "store_load", Vellmark::Fuzz::ServiceSeeds::StoreLoadSeeds());
+    Write(folder / "client_receive", Vellmark::Fuzz::ClientSeeds::ClientReceiveSeeds());
     return 0;
 }

@@ -30,7 +30,9 @@
 #include "platform/ipc/transport/FramedConnection.h"
 #include "service/VellmarkService.h"
 
-namespace service_exercise {
+namespace Vellmark::Fuzz::ServiceExercise {
+
+using Vellmark::Service::VellmarkService;
 
 inline void Check(bool condition, char const* promise) {
     if (condition) return;
@@ -131,11 +133,13 @@ inline bool IsGVARequest(unsigned int id) {
            id == VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID;
 }
 
-}  // namespace service_exercise
+}  // namespace Vellmark::Fuzz::ServiceExercise
+
+namespace Vellmark::Fuzz {
 
 // The input is a byte stream of frames, as a client's socket would carry them.
 inline void ExerciseServiceRequests(std::uint8_t const* data, std::size_t size) {
-    using namespace service_exercise;
+    using namespace Vellmark::Fuzz::ServiceExercise;
     auto& service = FuzzService::Get();
     Peer peer;
     Tarv::FrameDecoder decoder(IPCFrameLimit::MaxFrameBytes());
@@ -172,12 +176,12 @@ inline void ExerciseServiceRequests(std::uint8_t const* data, std::size_t size) 
 // The input's first byte picks what to import: the whole store (seed), or one resource
 // (put); the rest is the JSON document.
 inline void ExerciseAdminImport(std::uint8_t const* data, std::size_t size) {
-    using namespace service_exercise;
+    using namespace Vellmark::Fuzz::ServiceExercise;
     auto& service = FuzzService::Get();
     FuzzInput input(data, size);
-    auto const& resources = VellmarkAdmin::Resources();
+    auto const& resources = Vellmark::Admin::Resources();
     std::size_t const which = input.Byte() % (resources.size() + 2);
-    VellmarkAdmin::Request request;
+    Vellmark::Admin::Request request;
     if (which == 0) {
         request.mutable_seed()->set_json(input.Rest());
     } else {
@@ -188,11 +192,13 @@ inline void ExerciseAdminImport(std::uint8_t const* data, std::size_t size) {
     Peer peer;
     IPCMessageEnvelope envelope;
     envelope.SetPayload(request);
-    if (!VellmarkAdmin::FitsOneFrame(request, IPCFrameLimit::MaxFrameBytes())) return;
-    service.ReceiveAdmin(IPCRequest{peer.session, VellmarkAdmin::kCommandId, 1, envelope});
+    if (!Vellmark::Admin::FitsOneFrame(request, IPCFrameLimit::MaxFrameBytes())) return;
+    service.ReceiveAdmin(IPCRequest{peer.session, Vellmark::Admin::kCommandId, 1, envelope});
     service.WaitUntilIdle();
     auto const answers = peer.Read(1);
-    VellmarkAdmin::Reply reply;
+    Vellmark::Admin::Reply reply;
     Check(IPCMessageEnvelope(answers.at(0).envelope()).GetPayload(reply), "the reply parses");
     Check(reply.ok() || !reply.error().empty(), "a refusal says why");
 }
+
+}  // namespace Vellmark::Fuzz

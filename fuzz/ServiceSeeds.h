@@ -14,18 +14,20 @@
 #include "fuzz/ServiceExercise.h"
 #include "service/Catalog.h"
 
-namespace fuzz_seeds {
+namespace Vellmark::Fuzz::ServiceSeeds {
+
+using namespace Vellmark::Service;
 
 struct Seed {
     std::string name;
     std::string bytes;
 };
 
-inline VellmarkAdmin::StoreDocument ExampleDocument() {
+inline Vellmark::Admin::StoreDocument ExampleDocument() {
     std::string text;
-    VellmarkAdmin::StoreDocument document;
-    VellmarkJson::ReadFile(VELLMARK_SEED_PATH, text);
-    VellmarkJson::Parse(text, document);
+    Vellmark::Admin::StoreDocument document;
+    Vellmark::Json::ReadFile(VELLMARK_SEED_PATH, text);
+    Vellmark::Json::Parse(text, document);
     return document;
 }
 
@@ -47,7 +49,7 @@ inline std::vector<Seed> ServiceRequestSeeds() {
         return Frame(Tarv::IPCFrame::REQUEST, id, payload);
     };
     std::vector<Seed> seeds;
-    for (auto const& resource : VellmarkAdmin::Resources()) {
+    for (auto const& resource : Vellmark::Admin::Resources()) {
         if (resource.queryId == 0) continue;
         std::unique_ptr<google::protobuf::Message> empty(
             google::protobuf::MessageFactory::generated_factory()
@@ -93,26 +95,27 @@ inline std::vector<Seed> ServiceRequestSeeds() {
 inline std::vector<Seed> AdminImportSeeds() {
     auto const document = ExampleDocument();
     std::vector<Seed> seeds;
-    seeds.push_back({"seed", std::string(1, '\0') + VellmarkJson::Print(document, false)});
-    auto const& resources = VellmarkAdmin::Resources();
+    seeds.push_back({"seed", std::string(1, '\0') + Vellmark::Json::Print(document, false)});
+    auto const& resources = Vellmark::Admin::Resources();
     auto const* reflection = document.GetReflection();
     for (std::size_t i = 0; i < resources.size(); ++i) {
         auto const* field = document.GetDescriptor()->FindFieldByName(resources[i].documentField);
         seeds.push_back({std::string("put_") + resources[i].name,
                          std::string(1, static_cast<char>(i + 1)) +
-                             VellmarkJson::Print(reflection->GetMessage(document, field), true)});
+                             Vellmark::Json::Print(reflection->GetMessage(document, field), true)});
     }
-    VellmarkAdmin::ServiceAccountList accounts;
+    Vellmark::Admin::ServiceAccountList accounts;
     *accounts.mutable_serviceaccounts() = document.serviceaccounts();
     seeds.push_back(
         {"put_service_accounts", std::string(1, static_cast<char>(resources.size() + 1)) +
-                                     VellmarkJson::Print(accounts, false)});
+                                     Vellmark::Json::Print(accounts, false)});
     return seeds;
 }
 
 // Store files as vellmarkd leaves them: a new one, and one seeded from the example.
 inline std::vector<Seed> StoreLoadSeeds() {
-    std::string const folder = service_exercise::TemporaryFolder("vellmark-fuzz-seeds");
+    std::string const folder =
+        Vellmark::Fuzz::ServiceExercise::TemporaryFolder("vellmark-fuzz-seeds");
     auto const fileOf = [&folder](std::string const& name, bool seeded) {
         std::string const path = folder + "/" + name;
         {
@@ -133,4 +136,4 @@ inline std::vector<Seed> StoreLoadSeeds() {
     return seeds;
 }
 
-}  // namespace fuzz_seeds
+}  // namespace Vellmark::Fuzz::ServiceSeeds

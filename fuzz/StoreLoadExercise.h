@@ -10,10 +10,13 @@
 #include "fuzz/ServiceExercise.h"
 #include "service/Catalog.h"
 
-namespace store_load_exercise {
+namespace Vellmark::Fuzz::StoreLoadExercise {
+
+using namespace Vellmark::Service;
 
 inline std::string const& Folder() {
-    static std::string const folder = service_exercise::TemporaryFolder("vellmark-fuzz-store");
+    static std::string const folder =
+        Vellmark::Fuzz::ServiceExercise::TemporaryFolder("vellmark-fuzz-store");
     return folder;
 }
 
@@ -21,10 +24,12 @@ inline void Remove(std::string const& path) {
     for (char const* suffix : {"", "-wal", "-shm"}) ::unlink((path + suffix).c_str());
 }
 
-}  // namespace store_load_exercise
+}  // namespace Vellmark::Fuzz::StoreLoadExercise
+
+namespace Vellmark::Fuzz {
 
 inline void ExerciseStoreLoad(std::uint8_t const* data, std::size_t size) {
-    using namespace store_load_exercise;
+    using namespace Vellmark::Fuzz::StoreLoadExercise;
     std::string const path = Folder() + "/store.db";
     Remove(path);
     {
@@ -34,7 +39,7 @@ inline void ExerciseStoreLoad(std::uint8_t const* data, std::size_t size) {
     try {
         Store store(path);
         Catalog catalog(store);
-        for (auto const& resource : VellmarkAdmin::Resources()) {
+        for (auto const& resource : Vellmark::Admin::Resources()) {
             try {
                 catalog.Read(resource);
             } catch (StoreError const&) {
@@ -53,3 +58,5 @@ inline void ExerciseStoreLoad(std::uint8_t const* data, std::size_t size) {
     }
     Remove(path);
 }
+
+}  // namespace Vellmark::Fuzz

@@ -2,6 +2,6 @@
 #include "fuzz/StoreLoadExercise.h"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    ExerciseStoreLoad(data, size);
+    Vellmark::Fuzz::ExerciseStoreLoad(data, size);
     return 0;
 }

@@ -9,15 +9,19 @@
 
 #include "VellmarkAdmin.pb.h"
 
+namespace Vellmark::Service {
+
 class Acknowledgements {
 public:
     // The latest acknowledgements kept.
     static constexpr std::size_t kKept = 100;
 
     void Record(unsigned int updateId, std::uint64_t session);
-    VellmarkAdmin::AcknowledgementReport Report() const;
+    Vellmark::Admin::AcknowledgementReport Report() const;
 
 private:
     std::map<unsigned int, std::uint64_t> m_counts;
-    std::deque<VellmarkAdmin::Acknowledgement> m_latest;
+    std::deque<Vellmark::Admin::Acknowledgement> m_latest;
 };
+
+}  // namespace Vellmark::Service

@@ -6,19 +6,21 @@
 #include "admin/Json.h"
 #include "service/VellmarkService.h"
 
+namespace Vellmark::Service {
+
 namespace {
 
 char const kServiceAccounts[] = "service-accounts";
 
-VellmarkAdmin::Reply Ok(std::string json = {}) {
-    VellmarkAdmin::Reply reply;
+Vellmark::Admin::Reply Ok(std::string json = {}) {
+    Vellmark::Admin::Reply reply;
     reply.set_ok(true);
     if (!json.empty()) reply.set_json(std::move(json));
     return reply;
 }
 
-VellmarkAdmin::Reply Refused(std::string const& why) {
-    VellmarkAdmin::Reply reply;
+Vellmark::Admin::Reply Refused(std::string const& why) {
+    Vellmark::Admin::Reply reply;
     reply.set_ok(false);
     reply.set_error(why);
     return reply;
@@ -57,8 +59,8 @@ bool HasErrorPath(unsigned int id) {
 }  // namespace
 
 void VellmarkService::HandleAdmin(IPCRequest const& request) {
-    VellmarkAdmin::Request command;
-    VellmarkAdmin::Reply reply;
+    Vellmark::Admin::Request command;
+    Vellmark::Admin::Reply reply;
     if ((request.envelope.has_payload_type_name() &&
          request.envelope.payload_type_name() != command.GetDescriptor()->name()) ||
         !request.envelope.GetPayload(command)) {
@@ -80,40 +82,40 @@ void VellmarkService::HandleAdmin(IPCRequest const& request) {
     request.Respond(envelope);
 }
 
-VellmarkAdmin::Reply VellmarkService::RunAdmin(VellmarkAdmin::Request const& command,
-                                               std::shared_ptr<IPCServerSession> const& session) {
+Vellmark::Admin::Reply VellmarkService::RunAdmin(Vellmark::Admin::Request const& command,
+                                                 std::shared_ptr<IPCServerSession> const& session) {
     bool const pretty = command.pretty();
     try {
         switch (command.command_case()) {
-            case VellmarkAdmin::Request::kPut:
+            case Vellmark::Admin::Request::kPut:
                 return Put(command.put());
-            case VellmarkAdmin::Request::kGet:
+            case Vellmark::Admin::Request::kGet:
                 return Get(command.get(), pretty);
-            case VellmarkAdmin::Request::kListClients:
-                return Ok(VellmarkJson::Print(Clients(), pretty));
-            case VellmarkAdmin::Request::kListAcknowledgements:
-                return Ok(VellmarkJson::Print(m_acknowledgements.Report(), pretty));
-            case VellmarkAdmin::Request::kFailNext:
+            case Vellmark::Admin::Request::kListClients:
+                return Ok(Vellmark::Json::Print(Clients(), pretty));
+            case Vellmark::Admin::Request::kListAcknowledgements:
+                return Ok(Vellmark::Json::Print(m_acknowledgements.Report(), pretty));
+            case Vellmark::Admin::Request::kFailNext:
                 return FailNext(command.failnext());
-            case VellmarkAdmin::Request::kDelay:
+            case Vellmark::Admin::Request::kDelay:
                 m_faults.SetDelay(std::chrono::milliseconds(command.delay().milliseconds()),
                                   command.delay().messageid());
                 Log().Log(DPrint::Flow, "replies %s delayed by %u ms",
                           command.delay().messageid() ? "of one identifier" : "all",
                           command.delay().milliseconds());
                 return Ok();
-            case VellmarkAdmin::Request::kDropConnections:
+            case Vellmark::Admin::Request::kDropConnections:
                 return Ok("{\"dropped\":" + std::to_string(DropConnections()) + "}");
-            case VellmarkAdmin::Request::kExportStore:
-                return Ok(VellmarkJson::Print(m_catalog.Export(), pretty));
-            case VellmarkAdmin::Request::kSeed:
+            case Vellmark::Admin::Request::kExportStore:
+                return Ok(Vellmark::Json::Print(m_catalog.Export(), pretty));
+            case Vellmark::Admin::Request::kSeed:
                 return Seed(command.seed());
-            case VellmarkAdmin::Request::kMonitor:
+            case Vellmark::Admin::Request::kMonitor:
                 m_monitor.Add(session);
                 return Ok();
-            case VellmarkAdmin::Request::kPart:
-            case VellmarkAdmin::Request::kNextPart:
-            case VellmarkAdmin::Request::COMMAND_NOT_SET:
+            case Vellmark::Admin::Request::kPart:
+            case Vellmark::Admin::Request::kNextPart:
+            case Vellmark::Admin::Request::COMMAND_NOT_SET:
                 break;
         }
     } catch (StoreError const& error) {
@@ -125,20 +127,20 @@ VellmarkAdmin::Reply VellmarkService::RunAdmin(VellmarkAdmin::Request const& com
     return Refused("an admin request without a command");
 }
 
-VellmarkAdmin::Reply VellmarkService::Put(VellmarkAdmin::Put const& put) {
+Vellmark::Admin::Reply VellmarkService::Put(Vellmark::Admin::Put const& put) {
     if (put.resource() == kServiceAccounts) {
-        VellmarkAdmin::ServiceAccountList accounts;
-        std::string const problem = VellmarkJson::Parse(put.json(), accounts);
+        Vellmark::Admin::ServiceAccountList accounts;
+        std::string const problem = Vellmark::Json::Parse(put.json(), accounts);
         if (!problem.empty()) return Refused(problem);
         m_catalog.PutAccounts(accounts);
         Log().Log(DPrint::Flow, "service accounts replaced (%d)", accounts.serviceaccounts_size());
         return Ok();
     }
-    auto const* resource = VellmarkAdmin::FindResource(put.resource());
+    auto const* resource = Vellmark::Admin::FindResource(put.resource());
     if (!resource) return Refused("no resource \"" + put.resource() + "\"");
     std::unique_ptr<google::protobuf::Message> value(
         google::protobuf::MessageFactory::generated_factory()->GetPrototype(resource->type)->New());
-    std::string const problem = VellmarkJson::Parse(put.json(), *value);
+    std::string const problem = Vellmark::Json::Parse(put.json(), *value);
     if (!problem.empty()) return Refused(problem);
     Changes changed;
     {
@@ -151,17 +153,17 @@ VellmarkAdmin::Reply VellmarkService::Put(VellmarkAdmin::Put const& put) {
     return Ok();
 }
 
-VellmarkAdmin::Reply VellmarkService::Get(VellmarkAdmin::Get const& get, bool pretty) {
+Vellmark::Admin::Reply VellmarkService::Get(Vellmark::Admin::Get const& get, bool pretty) {
     if (get.resource() == kServiceAccounts) {
-        return Ok(VellmarkJson::Print(m_catalog.Accounts(), pretty));
+        return Ok(Vellmark::Json::Print(m_catalog.Accounts(), pretty));
     }
-    auto const* resource = VellmarkAdmin::FindResource(get.resource());
+    auto const* resource = Vellmark::Admin::FindResource(get.resource());
     if (!resource) return Refused("no resource \"" + get.resource() + "\"");
-    std::string json = VellmarkJson::Print(*m_catalog.Read(*resource), pretty);
+    std::string json = Vellmark::Json::Print(*m_catalog.Read(*resource), pretty);
     return Ok(json.empty() ? "{}" : json);
 }
 
-VellmarkAdmin::Reply VellmarkService::FailNext(VellmarkAdmin::FailNext const& failNext) {
+Vellmark::Admin::Reply VellmarkService::FailNext(Vellmark::Admin::FailNext const& failNext) {
     unsigned int const id = failNext.messageid();
     if (!IsRequestId(id)) {
         return Refused("identifier " + std::to_string(id) + " is not a request of the service");
@@ -178,9 +180,9 @@ VellmarkAdmin::Reply VellmarkService::FailNext(VellmarkAdmin::FailNext const& fa
     return Ok();
 }
 
-VellmarkAdmin::Reply VellmarkService::Seed(VellmarkAdmin::Seed const& seed) {
-    VellmarkAdmin::StoreDocument document;
-    std::string const problem = VellmarkJson::Parse(seed.json(), document);
+Vellmark::Admin::Reply VellmarkService::Seed(Vellmark::Admin::Seed const& seed) {
+    Vellmark::Admin::StoreDocument document;
+    std::string const problem = Vellmark::Json::Parse(seed.json(), document);
     if (!problem.empty()) return Refused(problem);
     Changes changed;
     m_catalog.Seed(document, changed);
@@ -189,8 +191,8 @@ VellmarkAdmin::Reply VellmarkService::Seed(VellmarkAdmin::Seed const& seed) {
     return Ok();
 }
 
-VellmarkAdmin::ClientList VellmarkService::Clients() const {
-    VellmarkAdmin::ClientList list;
+Vellmark::Admin::ClientList VellmarkService::Clients() const {
+    Vellmark::Admin::ClientList list;
     for (auto const& [id, client] : m_clients) {
         auto const session = client.session.lock();
         if (!session) continue;
@@ -211,3 +213,5 @@ std::size_t VellmarkService::DropConnections() {
     Log().Log(DPrint::Flow, "dropped %zu connections", sessions.size());
     return sessions.size();
 }
+
+}  // namespace Vellmark::Service

@@ -4,10 +4,12 @@
 
 #include "admin/AdminProtocol.h"
 
+namespace Vellmark::Service {
+
 namespace {
 
-VellmarkAdmin::Reply Refused(std::string const& why) {
-    VellmarkAdmin::Reply reply;
+Vellmark::Admin::Reply Refused(std::string const& why) {
+    Vellmark::Admin::Reply reply;
     reply.set_ok(false);
     reply.set_error(why);
     return reply;
@@ -15,7 +17,7 @@ VellmarkAdmin::Reply Refused(std::string const& why) {
 
 }  // namespace
 
-AdminSlices::Step AdminSlices::Receive(std::uint64_t id, VellmarkAdmin::Request const& request) {
+AdminSlices::Step AdminSlices::Receive(std::uint64_t id, Vellmark::Admin::Request const& request) {
     Step step;
     if (request.has_nextpart()) {
         auto found = m_sessions.find(id);
@@ -42,7 +44,7 @@ AdminSlices::Step AdminSlices::Receive(std::uint64_t id, VellmarkAdmin::Request 
         step.reply.set_ok(true);
         return step;
     }
-    VellmarkAdmin::Request whole;
+    Vellmark::Admin::Request whole;
     bool const parsed = whole.ParseFromString(session.request);
     session.request.clear();
     if (!parsed || whole.has_part() || whole.has_nextpart()) {
@@ -53,19 +55,19 @@ AdminSlices::Step AdminSlices::Receive(std::uint64_t id, VellmarkAdmin::Request 
     return step;
 }
 
-VellmarkAdmin::Reply AdminSlices::Send(std::uint64_t id, VellmarkAdmin::Reply const& reply,
-                                       std::size_t maxFrameBytes) {
-    if (VellmarkAdmin::FitsOneFrame(reply, maxFrameBytes)) return reply;
+Vellmark::Admin::Reply AdminSlices::Send(std::uint64_t id, Vellmark::Admin::Reply const& reply,
+                                         std::size_t maxFrameBytes) {
+    if (Vellmark::Admin::FitsOneFrame(reply, maxFrameBytes)) return reply;
     Session& session = m_sessions[id];
     session.reply = reply.SerializeAsString();
     session.replySent = 0;
-    session.sliceBytes = VellmarkAdmin::SliceBytes(maxFrameBytes);
+    session.sliceBytes = Vellmark::Admin::SliceBytes(maxFrameBytes);
     return NextSlice(session);
 }
 
-VellmarkAdmin::Reply AdminSlices::NextSlice(Session& session) {
+Vellmark::Admin::Reply AdminSlices::NextSlice(Session& session) {
     std::size_t const size = std::min(session.sliceBytes, session.reply.size() - session.replySent);
-    VellmarkAdmin::Reply slice;
+    Vellmark::Admin::Reply slice;
     slice.set_part(session.reply.substr(session.replySent, size));
     session.replySent += size;
     if (session.replySent < session.reply.size()) {
@@ -76,3 +78,5 @@ VellmarkAdmin::Reply AdminSlices::NextSlice(Session& session) {
     }
     return slice;
 }
+
+}  // namespace Vellmark::Service

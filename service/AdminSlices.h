@@ -10,6 +10,8 @@
 
 #include "VellmarkAdmin.pb.h"
 
+namespace Vellmark::Service {
+
 class AdminSlices {
 public:
     // A Request whose slices are joined may be at most this big.
@@ -19,15 +21,15 @@ public:
     // the Reply to send at once (the acknowledgement of a slice, the next slice of a Reply,
     // a refusal).
     struct Step {
-        std::optional<VellmarkAdmin::Request> run;
-        VellmarkAdmin::Reply reply;
+        std::optional<Vellmark::Admin::Request> run;
+        Vellmark::Admin::Reply reply;
     };
-    Step Receive(std::uint64_t session, VellmarkAdmin::Request const& request);
+    Step Receive(std::uint64_t session, Vellmark::Admin::Request const& request);
 
     // What to send for `reply` on connection `session` to a client that takes frames of
     // `maxFrameBytes`: the Reply itself, or its first slice.
-    VellmarkAdmin::Reply Send(std::uint64_t session, VellmarkAdmin::Reply const& reply,
-                              std::size_t maxFrameBytes);
+    Vellmark::Admin::Reply Send(std::uint64_t session, Vellmark::Admin::Reply const& reply,
+                                std::size_t maxFrameBytes);
 
     // The connection has ended.
     void Forget(std::uint64_t session) { m_sessions.erase(session); }
@@ -39,7 +41,9 @@ private:
         std::size_t replySent = 0;  // how much of it went out
         std::size_t sliceBytes = 0;
     };
-    VellmarkAdmin::Reply NextSlice(Session& session);
+    Vellmark::Admin::Reply NextSlice(Session& session);
 
     std::map<std::uint64_t, Session> m_sessions;
 };
+
+}  // namespace Vellmark::Service

@@ -9,8 +9,10 @@
 #include "VellmarkSources.pb.h"
 #include "admin/Sensitivity.h"
 
-using VellmarkAdmin::Masked;
-using VellmarkAdmin::Sensitivity;
+namespace Vellmark::Service {
+
+using Vellmark::Admin::Masked;
+using Vellmark::Admin::Sensitivity;
 using VellmarkPB::Code;
 using VellmarkPB::MessageId;
 
@@ -28,8 +30,8 @@ char const* ListOf(VellmarkPB::serviceAccounts const& account) {
     return IsGVA(account) ? "voice-accounts" : "sources";
 }
 
-VellmarkAdmin::ResourceInfo const& Resource(char const* name) {
-    auto const* resource = VellmarkAdmin::FindResource(name);
+Vellmark::Admin::ResourceInfo const& Resource(char const* name) {
+    auto const* resource = Vellmark::Admin::FindResource(name);
     if (!resource) throw std::logic_error(std::string("no resource ") + name);
     return *resource;
 }
@@ -98,7 +100,7 @@ std::size_t EnvelopeFrameBytes(unsigned int id, google::protobuf::Message const&
 Catalog::Catalog(Store& store, std::size_t maxFrameBytes)
     : m_store(store), m_maxFrameBytes(maxFrameBytes) {}
 
-std::size_t Catalog::FrameBytesOf(VellmarkAdmin::ResourceInfo const& resource,
+std::size_t Catalog::FrameBytesOf(Vellmark::Admin::ResourceInfo const& resource,
                                   google::protobuf::Message const& value) const {
     std::size_t bytes = 0;
     for (unsigned int id : {resource.queryId, resource.updateId}) {
@@ -117,7 +119,7 @@ void Catalog::CheckReplyFits(unsigned int id, google::protobuf::Message const& r
 }
 
 void Catalog::CheckEveryResourceFits() {
-    for (auto const& resource : VellmarkAdmin::Resources()) {
+    for (auto const& resource : Vellmark::Admin::Resources()) {
         std::size_t const bytes = FrameBytesOf(resource, *Read(resource));
         if (bytes > m_maxFrameBytes) {
             throw StoreError(m_store.Path(),
@@ -131,7 +133,7 @@ void Catalog::CheckEveryResourceFits() {
 }
 
 std::unique_ptr<google::protobuf::Message> Catalog::Read(
-    VellmarkAdmin::ResourceInfo const& resource) {
+    Vellmark::Admin::ResourceInfo const& resource) {
     std::unique_ptr<google::protobuf::Message> message(
         google::protobuf::MessageFactory::generated_factory()->GetPrototype(resource.type)->New());
     auto const bytes = m_store.Resource(resource.name);
@@ -141,7 +143,7 @@ std::unique_ptr<google::protobuf::Message> Catalog::Read(
     return message;
 }
 
-void Catalog::Write(VellmarkAdmin::ResourceInfo const& resource,
+void Catalog::Write(Vellmark::Admin::ResourceInfo const& resource,
                     google::protobuf::Message const& value, Changes& changed) {
     std::size_t const bytes = FrameBytesOf(resource, value);
     if (bytes > m_maxFrameBytes) {
@@ -410,11 +412,11 @@ Outcome<VellmarkPB::serviceAccounts> Catalog::UpdateGVAAssistantDeviceId(
         });
 }
 
-VellmarkAdmin::StoreDocument Catalog::Export() {
-    VellmarkAdmin::StoreDocument document;
+Vellmark::Admin::StoreDocument Catalog::Export() {
+    Vellmark::Admin::StoreDocument document;
     auto const* reflection = document.GetReflection();
     // Every resource, stored or not, so that seeding from the export gives the same store.
-    for (auto const& resource : VellmarkAdmin::Resources()) {
+    for (auto const& resource : Vellmark::Admin::Resources()) {
         auto const* field = document.GetDescriptor()->FindFieldByName(resource.documentField);
         reflection->MutableMessage(&document, field)->CopyFrom(*Read(resource));
     }
@@ -442,11 +444,11 @@ void CheckAccounts(
 
 }  // namespace
 
-void Catalog::Seed(VellmarkAdmin::StoreDocument const& document, Changes& changed) {
+void Catalog::Seed(Vellmark::Admin::StoreDocument const& document, Changes& changed) {
     CheckAccounts(document.serviceaccounts());
     auto const* reflection = document.GetReflection();
     Store::Transaction transaction(m_store);
-    for (auto const& resource : VellmarkAdmin::Resources()) {
+    for (auto const& resource : Vellmark::Admin::Resources()) {
         auto const* field = document.GetDescriptor()->FindFieldByName(resource.documentField);
         Write(resource, reflection->GetMessage(document, field), changed);
     }
@@ -455,16 +457,18 @@ void Catalog::Seed(VellmarkAdmin::StoreDocument const& document, Changes& change
     transaction.Commit();
 }
 
-VellmarkAdmin::ServiceAccountList Catalog::Accounts() {
-    VellmarkAdmin::ServiceAccountList list;
+Vellmark::Admin::ServiceAccountList Catalog::Accounts() {
+    Vellmark::Admin::ServiceAccountList list;
     for (auto const& account : m_store.Accounts()) *list.add_serviceaccounts() = account;
     return list;
 }
 
-void Catalog::PutAccounts(VellmarkAdmin::ServiceAccountList const& accounts) {
+void Catalog::PutAccounts(Vellmark::Admin::ServiceAccountList const& accounts) {
     CheckAccounts(accounts.serviceaccounts());
     Store::Transaction transaction(m_store);
     m_store.DeleteAllAccounts();
     for (auto const& account : accounts.serviceaccounts()) m_store.PutAccount(account);
     transaction.Commit();
 }
+
+}  // namespace Vellmark::Service

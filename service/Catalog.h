@@ -37,6 +37,8 @@
 #include "platform/ipc/IPCFrameLimit.h"
 #include "service/store/Store.h"
 
+namespace Vellmark::Service {
+
 // Names of the resources changed by one operation.
 using Changes = std::set<std::string>;
 
@@ -56,11 +58,11 @@ public:
     explicit Catalog(Store& store, std::size_t maxFrameBytes = IPCFrameLimit::MaxFrameBytes());
 
     // The stored resource, or its empty message when none was stored.
-    std::unique_ptr<google::protobuf::Message> Read(VellmarkAdmin::ResourceInfo const& resource);
+    std::unique_ptr<google::protobuf::Message> Read(Vellmark::Admin::ResourceInfo const& resource);
     // Replaces a resource. Throws StoreError, and ResourceTooLarge when its answer or update
     // would not fit one frame.
-    void Write(VellmarkAdmin::ResourceInfo const& resource, google::protobuf::Message const& value,
-               Changes& changed);
+    void Write(Vellmark::Admin::ResourceInfo const& resource,
+               google::protobuf::Message const& value, Changes& changed);
     // Throws StoreError when a stored resource would not fit one frame: a store written with
     // a larger frame limit.
     void CheckEveryResourceFits();
@@ -85,15 +87,15 @@ public:
 
     // The whole store as one document, and its replacement by one (ResourceTooLarge when
     // a resource of it would not fit a frame).
-    VellmarkAdmin::StoreDocument Export();
-    void Seed(VellmarkAdmin::StoreDocument const& document, Changes& changed);
-    VellmarkAdmin::ServiceAccountList Accounts();
-    void PutAccounts(VellmarkAdmin::ServiceAccountList const& accounts);
+    Vellmark::Admin::StoreDocument Export();
+    void Seed(Vellmark::Admin::StoreDocument const& document, Changes& changed);
+    Vellmark::Admin::ServiceAccountList Accounts();
+    void PutAccounts(Vellmark::Admin::ServiceAccountList const& accounts);
 
 private:
     // The body of the largest frame that carries `value` as the answer or the update of
     // `resource`.
-    std::size_t FrameBytesOf(VellmarkAdmin::ResourceInfo const& resource,
+    std::size_t FrameBytesOf(Vellmark::Admin::ResourceInfo const& resource,
                              google::protobuf::Message const& value) const;
     // Throws ResourceTooLarge when `reply`, the answer to a request under `id`, would not
     // fit one frame.
@@ -114,3 +116,5 @@ private:
 VellmarkPB::Error Refusal(VellmarkPB::MessageId id, VellmarkPB::Code code, std::string const& text);
 // The time now, as the service writes it into createdOn and updatedOn (UTC, ISO 8601).
 std::string Timestamp();
+
+}  // namespace Vellmark::Service

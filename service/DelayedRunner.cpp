@@ -1,5 +1,7 @@
 #include "service/DelayedRunner.h"
 
+namespace Vellmark::Service {
+
 DelayedRunner::DelayedRunner() : m_thread([this] { Run(); }) {}
 
 DelayedRunner::~DelayedRunner() {
@@ -38,3 +40,5 @@ void DelayedRunner::Run() {
         lock.lock();
     }
 }
+
+}  // namespace Vellmark::Service

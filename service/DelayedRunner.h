@@ -8,6 +8,8 @@
 #include <mutex>
 #include <thread>
 
+namespace Vellmark::Service {
+
 class DelayedRunner {
 public:
     DelayedRunner();
@@ -28,3 +30,5 @@ private:
     bool m_stopping = false;
     std::thread m_thread;
 };
+
+}  // namespace Vellmark::Service

@@ -1,5 +1,7 @@
 #include "service/Faults.h"
 
+namespace Vellmark::Service {
+
 void Faults::FailNext(unsigned int id, unsigned int count, std::optional<VellmarkPB::Error> error) {
     if (count == 0) {
         m_planned.erase(id);
@@ -30,3 +32,5 @@ std::chrono::milliseconds Faults::DelayOf(unsigned int id) const {
     found = m_delays.find(0);
     return found != m_delays.end() ? found->second : std::chrono::milliseconds(0);
 }
+
+}  // namespace Vellmark::Service

@@ -10,6 +10,8 @@
 
 #include "Errors.pb.h"
 
+namespace Vellmark::Service {
+
 class Faults {
 public:
     // What to do instead of answering one request.
@@ -37,3 +39,5 @@ private:
     std::map<unsigned int, Planned> m_planned;
     std::map<unsigned int, std::chrono::milliseconds> m_delays;
 };
+
+}  // namespace Vellmark::Service

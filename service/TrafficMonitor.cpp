@@ -11,6 +11,8 @@
 #include "admin/Json.h"
 #include "admin/Sensitivity.h"
 
+namespace Vellmark::Service {
+
 namespace {
 
 // UTC time of day with milliseconds: "10:15:02.347".
@@ -36,8 +38,8 @@ std::string PayloadJson(IPCMessageEnvelope const& envelope) {
     std::unique_ptr<google::protobuf::Message> message(
         google::protobuf::MessageFactory::generated_factory()->GetPrototype(type)->New());
     if (!envelope.GetPayload(*message)) return "\"(does not parse)\"";
-    VellmarkAdmin::Mask(*message);
-    return VellmarkJson::Print(*message, false);
+    Vellmark::Admin::Mask(*message);
+    return Vellmark::Json::Print(*message, false);
 }
 
 }  // namespace
@@ -82,16 +84,18 @@ void TrafficMonitor::Report(char const* direction, std::uint64_t session, char c
     }
     if (watchers.empty()) return;
 
-    VellmarkAdmin::TrafficEvent event;
+    Vellmark::Admin::TrafficEvent event;
     event.set_time(TimeOfDay());
     event.set_direction(direction);
     event.set_session(session);
     event.set_kind(kind);
     event.set_messageid(id);
-    event.set_messagename(VellmarkAdmin::MessageName(id));
+    event.set_messagename(Vellmark::Admin::MessageName(id));
     event.set_payloadtype(envelope.payload_type_name());
     event.set_payloadjson(PayloadJson(envelope));
     IPCMessageEnvelope out;
     out.SetPayload(event);
-    for (auto const& watcher : watchers) watcher->Notify(VellmarkAdmin::kTrafficId, out);
+    for (auto const& watcher : watchers) watcher->Notify(Vellmark::Admin::kTrafficId, out);
 }
+
+}  // namespace Vellmark::Service

@@ -16,6 +16,8 @@
 
 #include "platform/ipc/IPCServer.h"
 
+namespace Vellmark::Service {
+
 class TrafficMonitor {
 public:
     // `watcher` receives every event from now on, until its connection ends.
@@ -39,3 +41,5 @@ private:
     std::mutex m_mutex;
     std::vector<std::weak_ptr<IPCServerSession>> m_watchers;
 };
+
+}  // namespace Vellmark::Service

@@ -7,6 +7,8 @@
 #include "admin/Json.h"
 #include "platform/task/BreakThread.h"
 
+namespace Vellmark::Service {
+
 using VellmarkPB::MessageId;
 
 namespace {
@@ -66,7 +68,7 @@ DPrint& VellmarkService::Log() {
 }
 
 VellmarkService::VellmarkService(std::string const& dbPath,
-                                 std::optional<VellmarkAdmin::StoreDocument> seed,
+                                 std::optional<Vellmark::Admin::StoreDocument> seed,
                                  Settings settings)
     : m_maxFrameBytes(IPCFrameLimit::MaxFrameBytes()),
       m_store(dbPath, settings.store),
@@ -108,7 +110,7 @@ VellmarkService::VellmarkService(std::string const& dbPath,
                                IPCMessageEnvelope const& envelope) {
         ReceiveOneWay(session, id, envelope);
     };
-    m_server = std::make_unique<IPCServer>(VellmarkAdmin::kServiceEndpoint, std::move(service),
+    m_server = std::make_unique<IPCServer>(Vellmark::Admin::kServiceEndpoint, std::move(service),
                                            std::move(settings.service));
 
     IPCServer::Handlers admin;
@@ -116,7 +118,7 @@ VellmarkService::VellmarkService(std::string const& dbPath,
     admin.onDisconnected = [this](IPCServer::SessionPtr const& session) {
         Post([this, id = session->Id()] { m_adminSlices.Forget(id); });
     };
-    m_admin = std::make_unique<IPCServer>(VellmarkAdmin::kAdminEndpoint, std::move(admin),
+    m_admin = std::make_unique<IPCServer>(Vellmark::Admin::kAdminEndpoint, std::move(admin),
                                           std::move(settings.admin));
 }
 
@@ -161,12 +163,12 @@ void VellmarkService::HandleRequest(IPCRequest const& request) {
     if (client != m_clients.end()) ++client->second.requests;
     if (Log().IsLog(DPrint::Info)) {
         Log().Log(DPrint::Info, "request %u %s from session %llu", request.id,
-                  VellmarkAdmin::MessageName(request.id).c_str(),
+                  Vellmark::Admin::MessageName(request.id).c_str(),
                   static_cast<unsigned long long>(request.session->Id()));
     }
     if (ApplyFault(request)) return;
     try {
-        if (auto const* resource = VellmarkAdmin::ResourceOfQuery(request.id)) {
+        if (auto const* resource = Vellmark::Admin::ResourceOfQuery(request.id)) {
             HandleQuery(request, *resource);
         } else if (request.id == VellmarkPB::VELLMARK_MESSAGE_STORE_PRESETS) {
             HandleStorePresets(request);
@@ -187,7 +189,7 @@ void VellmarkService::HandleRequest(IPCRequest const& request) {
 // one by hand: an Error, where silence would leave them waiting. A client that expected
 // another type drops it as a payload type mismatch.
 void VellmarkService::RefuseUnknown(IPCRequest const& request) {
-    std::string const name = VellmarkAdmin::MessageName(request.id);
+    std::string const name = Vellmark::Admin::MessageName(request.id);
     bool const reserved = name.find("RESERVED") != std::string::npos;
     Log().Log(DPrint::Warning,
               "request %u%s from session %llu: the service serves no request under this "
@@ -226,7 +228,7 @@ void VellmarkService::Fail(IPCRequest const& request, VellmarkPB::Error const& e
 }
 
 void VellmarkService::HandleQuery(IPCRequest const& request,
-                                  VellmarkAdmin::ResourceInfo const& resource) {
+                                  Vellmark::Admin::ResourceInfo const& resource) {
     // The request's content does not matter: the identifier names the resource.
     Answer(request, *m_catalog.Read(resource));
 }
@@ -242,7 +244,7 @@ void VellmarkService::HandleStorePresets(IPCRequest const& request) {
     if (auto const* refusal = std::get_if<VellmarkPB::Error>(&outcome)) {
         // The operation has no error path: the answer is the stored list, unchanged.
         Log().Log(DPrint::Warning, "presets refused: %s", refusal->message().c_str());
-        Answer(request, *m_catalog.Read(*VellmarkAdmin::FindResource("presets")));
+        Answer(request, *m_catalog.Read(*Vellmark::Admin::FindResource("presets")));
         return;
     }
     Answer(request, std::get<VellmarkPB::VellmarkPresets>(outcome));
@@ -348,7 +350,7 @@ void VellmarkService::AfterDelayOf(unsigned int id, std::function<void()> send) 
 
 void VellmarkService::Broadcast(Changes const& changed) {
     for (auto const& name : changed) {
-        auto const* resource = VellmarkAdmin::FindResource(name);
+        auto const* resource = Vellmark::Admin::FindResource(name);
         if (!resource || resource->updateId == 0) continue;
         auto const envelope = EnvelopeOf(*m_catalog.Read(*resource));
         for (auto const& session : m_server->Sessions()) {
@@ -357,3 +359,5 @@ void VellmarkService::Broadcast(Changes const& changed) {
         }
     }
 }
+
+}  // namespace Vellmark::Service

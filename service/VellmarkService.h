@@ -26,6 +26,8 @@
 #include "service/TrafficMonitor.h"
 #include "service/store/Store.h"
 
+namespace Vellmark::Service {
+
 class VellmarkService {
 public:
     struct Settings {
@@ -37,7 +39,7 @@ public:
 
     // Opens the store at `dbPath` (StoreError), replaces its content with `seed` when
     // given, and serves both endpoints (std::system_error when a socket cannot be made).
-    VellmarkService(std::string const& dbPath, std::optional<VellmarkAdmin::StoreDocument> seed,
+    VellmarkService(std::string const& dbPath, std::optional<Vellmark::Admin::StoreDocument> seed,
                     Settings settings = Settings());
     // Stops.
     ~VellmarkService();
@@ -72,7 +74,7 @@ private:
 
     // Product endpoint, on the task.
     void HandleRequest(IPCRequest const& request);
-    void HandleQuery(IPCRequest const& request, VellmarkAdmin::ResourceInfo const& resource);
+    void HandleQuery(IPCRequest const& request, Vellmark::Admin::ResourceInfo const& resource);
     void HandleStorePresets(IPCRequest const& request);
     void HandleServiceAccount(IPCRequest const& request);
     void HandleGVA(IPCRequest const& request);
@@ -99,13 +101,13 @@ private:
     // messages too big for one frame.
     void HandleAdmin(IPCRequest const& request);
     // Carries out one whole admin command that came on `session`.
-    VellmarkAdmin::Reply RunAdmin(VellmarkAdmin::Request const& command,
-                                  std::shared_ptr<IPCServerSession> const& session);
-    VellmarkAdmin::Reply Put(VellmarkAdmin::Put const& put);
-    VellmarkAdmin::Reply Get(VellmarkAdmin::Get const& get, bool pretty);
-    VellmarkAdmin::Reply FailNext(VellmarkAdmin::FailNext const& failNext);
-    VellmarkAdmin::Reply Seed(VellmarkAdmin::Seed const& seed);
-    VellmarkAdmin::ClientList Clients() const;
+    Vellmark::Admin::Reply RunAdmin(Vellmark::Admin::Request const& command,
+                                    std::shared_ptr<IPCServerSession> const& session);
+    Vellmark::Admin::Reply Put(Vellmark::Admin::Put const& put);
+    Vellmark::Admin::Reply Get(Vellmark::Admin::Get const& get, bool pretty);
+    Vellmark::Admin::Reply FailNext(Vellmark::Admin::FailNext const& failNext);
+    Vellmark::Admin::Reply Seed(Vellmark::Admin::Seed const& seed);
+    Vellmark::Admin::ClientList Clients() const;
     std::size_t DropConnections();
 
     void Post(std::function<void()> work);
@@ -125,3 +127,5 @@ private:
     // Last: destroyed first, so that no delayed answer runs on a dismantled service.
     std::unique_ptr<DelayedRunner> m_delayed;
 };
+
+}  // namespace Vellmark::Service

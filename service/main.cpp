@@ -18,6 +18,8 @@
 #include "platform/ipc/IPCLog.h"
 #include "service/VellmarkService.h"
 
+using Vellmark::Service::VellmarkService;
+
 namespace {
 
 // $XDG_DATA_HOME/vellmarkd/vellmark.db, or ~/.local/share/vellmarkd/vellmark.db.
@@ -80,7 +82,7 @@ std::vector<uid_t> UsersWith(std::vector<std::string> const& others) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    VellmarkJson::QuietenKnownWarnings();
+    Vellmark::Json::QuietenKnownWarnings();
     CLI::App app(
         "vellmarkd: the reference Vellmark service. Serves the endpoint \"Vellmark\" "
         "and the admin endpoint \"VellmarkAdmin\" in the runtime folder "
@@ -161,13 +163,13 @@ int main(int argc, char** argv) {
     IPCLog().SetThreshold(level);
     if (!runtimeDir.empty()) IPCDirectory::Get().SetRuntimeFolder(runtimeDir);
 
-    std::optional<VellmarkAdmin::StoreDocument> seed;
+    std::optional<Vellmark::Admin::StoreDocument> seed;
     if (!seedFile.empty()) {
         std::string text;
-        std::string problem = VellmarkJson::ReadFile(seedFile, text);
+        std::string problem = Vellmark::Json::ReadFile(seedFile, text);
         if (problem.empty()) {
             seed.emplace();
-            problem = VellmarkJson::Parse(text, *seed);
+            problem = Vellmark::Json::Parse(text, *seed);
         }
         if (!problem.empty()) {
             std::cerr << "vellmarkd: " << seedFile << ": " << problem << "\n";

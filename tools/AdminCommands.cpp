@@ -10,14 +10,17 @@
 #include "admin/Json.h"
 #include "tools/Commands.h"
 
-namespace Ctl {
+namespace Vellmark::Ctl {
 namespace {
+
+using Admin::AdminClient;
+using Admin::AdminError;
 
 char const kServiceAccounts[] = "service-accounts";
 
 std::vector<std::string> AdminResources() {
     std::vector<std::string> names;
-    for (auto const& resource : VellmarkAdmin::Resources()) names.push_back(resource.name);
+    for (auto const& resource : Vellmark::Admin::Resources()) names.push_back(resource.name);
     names.push_back(kServiceAccounts);
     return names;
 }
@@ -26,7 +29,7 @@ std::vector<std::string> AdminResources() {
 // `shown` is given, as a document of that type printed (and masked) by PrintJson. `request`
 // is filled on the main thread after the command line has been read; bad input throws
 // BadInput before sending.
-int AdminCall(Settings const& settings, VellmarkAdmin::Request request,
+int AdminCall(Settings const& settings, Vellmark::Admin::Request request,
               std::unique_ptr<google::protobuf::Message> shown = nullptr) {
     request.set_pretty(settings.pretty && !shown);
     try {
@@ -47,13 +50,14 @@ int AdminCall(Settings const& settings, VellmarkAdmin::Request request,
 
 // The message a resource's JSON must make, to check a file before it is sent.
 std::unique_ptr<google::protobuf::Message> MessageOf(std::string const& resource) {
-    if (resource == kServiceAccounts) return std::make_unique<VellmarkAdmin::ServiceAccountList>();
-    auto const* info = VellmarkAdmin::FindResource(resource);
+    if (resource == kServiceAccounts)
+        return std::make_unique<Vellmark::Admin::ServiceAccountList>();
+    auto const* info = Vellmark::Admin::FindResource(resource);
     return std::unique_ptr<google::protobuf::Message>(
         google::protobuf::MessageFactory::generated_factory()->GetPrototype(info->type)->New());
 }
 
-void PrintEvent(VellmarkAdmin::TrafficEvent const& event) {
+void PrintEvent(Vellmark::Admin::TrafficEvent const& event) {
     std::ostringstream line;
     line << event.time() << ' ' << (event.direction() == "in" ? "<-" : "->") << " #"
          << event.session() << ' ' << event.kind() << ' ' << event.messageid() << ' '
@@ -67,7 +71,7 @@ int Monitor(Settings const& settings, int count) {
         AdminClient admin(settings.Timeout());
         Outcome outcome;
         auto seen = std::make_shared<std::atomic<int>>(0);
-        admin.Monitor([&outcome, seen, count](VellmarkAdmin::TrafficEvent const& event) {
+        admin.Monitor([&outcome, seen, count](Vellmark::Admin::TrafficEvent const& event) {
             PrintEvent(event);
             if (++*seen == count) outcome.Finish(kOk);
         });
@@ -109,9 +113,9 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
         run = [&settings, putArgs] {
             auto message = MessageOf(putArgs->first);
             LoadJson(putArgs->second, *message);
-            VellmarkAdmin::Request request;
+            Vellmark::Admin::Request request;
             request.mutable_put()->set_resource(putArgs->first);
-            request.mutable_put()->set_json(VellmarkJson::Print(*message, false));
+            request.mutable_put()->set_json(Vellmark::Json::Print(*message, false));
             return AdminCall(settings, request);
         };
     });
@@ -124,7 +128,7 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
         ->check(CLI::IsMember(resources));
     get->callback([&settings, &run, getResource] {
         run = [&settings, getResource] {
-            VellmarkAdmin::Request request;
+            Vellmark::Admin::Request request;
             request.mutable_get()->set_resource(*getResource);
             return AdminCall(settings, request, MessageOf(*getResource));
         };
@@ -132,22 +136,22 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
 
     // Commands without arguments: each sets one flag of the request.
     auto const addFlagCommand = [&](char const* name, char const* help,
-                                    void (VellmarkAdmin::Request::*set)(bool)) {
+                                    void (Vellmark::Admin::Request::*set)(bool)) {
         admin->add_subcommand(name, help)->callback([&settings, &run, set] {
             run = [&settings, set] {
-                VellmarkAdmin::Request request;
+                Vellmark::Admin::Request request;
                 (request.*set)(true);
                 return AdminCall(settings, request);
             };
         });
     };
     addFlagCommand("clients", "list the connected clients",
-                   &VellmarkAdmin::Request::set_listclients);
+                   &Vellmark::Admin::Request::set_listclients);
     addFlagCommand("acks",
                    "the update acknowledgements received, counted per identifier, and the latest",
-                   &VellmarkAdmin::Request::set_listacknowledgements);
+                   &Vellmark::Admin::Request::set_listacknowledgements);
     addFlagCommand("drop-connections", "close every client connection (clients reconnect)",
-                   &VellmarkAdmin::Request::set_dropconnections);
+                   &Vellmark::Admin::Request::set_dropconnections);
 
     auto* exportStore = admin->add_subcommand(
         "export",
@@ -160,10 +164,10 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
                           "back as it was)");
     exportStore->callback([&settings, &run, redact] {
         run = [&settings, redact] {
-            VellmarkAdmin::Request request;
+            Vellmark::Admin::Request request;
             request.set_exportstore(true);
             if (!*redact) return AdminCall(settings, request);
-            return AdminCall(settings, request, std::make_unique<VellmarkAdmin::StoreDocument>());
+            return AdminCall(settings, request, std::make_unique<Vellmark::Admin::StoreDocument>());
         };
     });
 
@@ -190,13 +194,13 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
             if (failArgs->error.empty() && !failArgs->noAnswer && failArgs->count > 0) {
                 throw BadInput("fail-next needs --error JSON or --no-answer");
             }
-            VellmarkAdmin::Request request;
+            Vellmark::Admin::Request request;
             auto* plan = request.mutable_failnext();
             plan->set_messageid(ParseMessageId(failArgs->id));
             plan->set_count(failArgs->count);
             if (!failArgs->error.empty()) {
                 std::string const problem =
-                    VellmarkJson::Parse(failArgs->error, *plan->mutable_error());
+                    Vellmark::Json::Parse(failArgs->error, *plan->mutable_error());
                 if (!problem.empty()) throw BadInput("--error: not an Error document: " + problem);
             }
             return AdminCall(settings, request);
@@ -209,7 +213,7 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
     delay->add_option("--id", delayArgs->second, "only replies under this identifier");
     delay->callback([&settings, &run, delayArgs] {
         run = [&settings, delayArgs] {
-            VellmarkAdmin::Request request;
+            Vellmark::Admin::Request request;
             request.mutable_delay()->set_milliseconds(delayArgs->first);
             if (!delayArgs->second.empty()) {
                 request.mutable_delay()->set_messageid(ParseMessageId(delayArgs->second));
@@ -224,10 +228,10 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
     seed->add_option("file", *seedFile, "the document (- for stdin)")->required();
     seed->callback([&settings, &run, seedFile] {
         run = [&settings, seedFile] {
-            VellmarkAdmin::StoreDocument document;
+            Vellmark::Admin::StoreDocument document;
             LoadJson(*seedFile, document);
-            VellmarkAdmin::Request request;
-            request.mutable_seed()->set_json(VellmarkJson::Print(document, false));
+            Vellmark::Admin::Request request;
+            request.mutable_seed()->set_json(Vellmark::Json::Print(document, false));
             return AdminCall(settings, request);
         };
     });
@@ -244,4 +248,4 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
     });
 }
 
-}  // namespace Ctl
+}  // namespace Vellmark::Ctl

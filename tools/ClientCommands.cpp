@@ -15,7 +15,7 @@
 #include "platform/task/Task.h"
 #include "tools/Commands.h"
 
-namespace Ctl {
+namespace Vellmark::Ctl {
 namespace {
 
 using Printer = std::function<void(google::protobuf::Message const&)>;
@@ -83,7 +83,7 @@ int WithClient(std::chrono::milliseconds bound,
 int NoAnswer(Settings const& settings) {
     std::cerr << "vellmarkctl: no answer from the Vellmark service within "
               << settings.timeoutSeconds << " s (socket "
-              << IPCDirectory::Get().Lookup(VellmarkAdmin::kServiceEndpoint)->Path()
+              << IPCDirectory::Get().Lookup(Vellmark::Admin::kServiceEndpoint)->Path()
               << "; is vellmarkd running?)\n";
     return kNoAnswer;
 }
@@ -101,9 +101,9 @@ Callback<T> Done(Outcome& outcome, Settings const& settings) {
 Callback<VellmarkPB::Error> Refused(Outcome& outcome) {
     return [&outcome](VellmarkPB::Error const& error) {
         VellmarkPB::Error shown = error;
-        VellmarkAdmin::Mask(shown);
+        Vellmark::Admin::Mask(shown);
         std::cerr << "vellmarkctl: refused: " << shown.message() << "\n"
-                  << VellmarkJson::Print(shown, false) << std::endl;
+                  << Vellmark::Json::Print(shown, false) << std::endl;
         outcome.Finish(kRefused);
     };
 }
@@ -320,4 +320,4 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
     });
 }
 
-}  // namespace Ctl
+}  // namespace Vellmark::Ctl

@@ -8,22 +8,22 @@
 #include "admin/Sensitivity.h"
 #include "platform/ipc/IPCFrameLimit.h"
 
-namespace Ctl {
+namespace Vellmark::Ctl {
 
 void PrintJson(google::protobuf::Message const& message, Settings const& settings) {
     std::unique_ptr<google::protobuf::Message> masked;
     if (!settings.showSecrets) {
         masked.reset(message.New());
         masked->CopyFrom(message);
-        VellmarkAdmin::Mask(*masked);
+        Vellmark::Admin::Mask(*masked);
     }
-    std::string json = VellmarkJson::Print(masked ? *masked : message, settings.pretty);
+    std::string json = Vellmark::Json::Print(masked ? *masked : message, settings.pretty);
     PrintText(json.empty() ? "{}" : json);
 }
 
 void PrintJson(std::string const& json, google::protobuf::Message& message,
                Settings const& settings) {
-    std::string const problem = VellmarkJson::Parse(json, message);
+    std::string const problem = Vellmark::Json::Parse(json, message);
     if (!problem.empty()) {
         throw BadInput("vellmarkd sent what is not a " + message.GetDescriptor()->name() +
                        " document: " + problem);
@@ -39,9 +39,9 @@ void PrintText(std::string const& text) {
 
 void LoadJson(std::string const& path, google::protobuf::Message& message) {
     std::string text;
-    std::string problem = VellmarkJson::ReadFile(path, text);
+    std::string problem = Vellmark::Json::ReadFile(path, text);
     if (!problem.empty()) throw BadInput(path + ": cannot read: " + problem);
-    problem = VellmarkJson::Parse(text, message);
+    problem = Vellmark::Json::Parse(text, message);
     if (!problem.empty()) {
         throw BadInput(path + ": not a " + message.GetDescriptor()->name() +
                        " document: " + problem);
@@ -78,4 +78,4 @@ void CheckFits(unsigned int id, google::protobuf::Message const& request) {
     }
 }
 
-}  // namespace Ctl
+}  // namespace Vellmark::Ctl

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace Ctl {
+namespace Vellmark::Ctl {
 
 // Exit codes of vellmarkctl.
 enum Exit : int {
@@ -79,4 +79,4 @@ private:
     int m_code = -1;
 };
 
-}  // namespace Ctl
+}  // namespace Vellmark::Ctl

@@ -8,7 +8,7 @@
 
 #include "tools/Command.h"
 
-namespace Ctl {
+namespace Vellmark::Ctl {
 
 using Run = std::function<int()>;
 
@@ -23,4 +23,4 @@ inline void AddShowSecrets(CLI::App& command, Settings& settings) {
                      "print tokens, identifiers and user names in clear (masked by default)");
 }
 
-}  // namespace Ctl
+}  // namespace Vellmark::Ctl

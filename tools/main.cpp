@@ -11,13 +11,13 @@
 #include "tools/Commands.h"
 
 int main(int argc, char** argv) {
-    VellmarkJson::QuietenKnownWarnings();
+    Vellmark::Json::QuietenKnownWarnings();
     CLI::App app(
         "vellmarkctl: drive the Vellmark service. Results are JSON on standard output.\n"
         "Exit codes: 0 done, 1 refused (the Error is printed on standard error), 2 bad "
         "arguments or input (nothing sent), 3 no answer within --timeout.",
         "vellmarkctl");
-    Ctl::Settings settings;
+    Vellmark::Ctl::Settings settings;
     int logLevel = -1;
     std::string runtimeDir;
     app.add_option("--timeout", settings.timeoutSeconds,
@@ -40,9 +40,9 @@ int main(int argc, char** argv) {
     // The options above may also follow the command's name.
     app.fallthrough();
 
-    Ctl::Run run;
-    Ctl::AddClientCommands(app, settings, run);
-    Ctl::AddAdminCommands(app, settings, run);
+    Vellmark::Ctl::Run run;
+    Vellmark::Ctl::AddClientCommands(app, settings, run);
+    Vellmark::Ctl::AddAdminCommands(app, settings, run);
 
     try {
         app.parse(argc, argv);
@@ -52,7 +52,7 @@ int main(int argc, char** argv) {
         return app.exit(help);
     } catch (CLI::ParseError const& error) {
         app.exit(error);
-        return Ctl::kBadInput;
+        return Vellmark::Ctl::kBadInput;
     }
     if (!runtimeDir.empty()) IPCDirectory::Get().SetRuntimeFolder(runtimeDir);
     IPCFrameLimit::SetMaxFrameBytes(maxFrameBytes);
@@ -62,8 +62,8 @@ int main(int argc, char** argv) {
     }
     try {
         return run();
-    } catch (Ctl::BadInput const& error) {
+    } catch (Vellmark::Ctl::BadInput const& error) {
         std::cerr << "vellmarkctl: " << error.what() << "\n";
-        return Ctl::kBadInput;
+        return Vellmark::Ctl::kBadInput;
     }
 }

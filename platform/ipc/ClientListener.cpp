@@ -8,8 +8,8 @@ namespace {
 
 using Signature = std::shared_ptr<ClientListenerIF>(std::string const&, std::chrono::milliseconds);
 
-ReplaceableFactory<Signature>& ListenerFactory() {
-    static ReplaceableFactory<Signature> factory(
+Tarv::ReplaceableFactory<Signature>& ListenerFactory() {
+    static Tarv::ReplaceableFactory<Signature> factory(
         [](std::string const& name, std::chrono::milliseconds period) {
             return std::make_shared<Tarv::SocketClientListener>(name, period);
         });

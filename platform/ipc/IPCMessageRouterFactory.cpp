@@ -10,8 +10,8 @@ using Signature = std::shared_ptr<IPCMessageRouterIF>(
 
 // The built-in routers serve the sockets of the built-in listener; there is none for any
 // other socket. The router runs its handlers on the IO thread, so the task is not needed.
-ReplaceableFactory<Signature>& RouterFactory() {
-    static ReplaceableFactory<Signature> factory(
+Tarv::ReplaceableFactory<Signature>& RouterFactory() {
+    static Tarv::ReplaceableFactory<Signature> factory(
         [](std::string const& name, NotifyTargetTaskIF*,
            std::shared_ptr<Network::ConnectorSocket> const& socket)
             -> std::shared_ptr<IPCMessageRouterIF> {

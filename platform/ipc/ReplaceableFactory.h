@@ -6,6 +6,8 @@
 #include <mutex>
 #include <utility>
 
+namespace Tarv {
+
 template <class Signature>
 class ReplaceableFactory {
 public:
@@ -30,3 +32,5 @@ private:
     Function const m_builtIn;
     Function m_installed;
 };
+
+}  // namespace Tarv

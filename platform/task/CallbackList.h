@@ -12,6 +12,8 @@
 
 #include "framework/task/CallbackConnection.h"
 
+namespace Tarv {
+
 template <class F>
 class CallbackList : public std::enable_shared_from_this<CallbackList<F>> {
 public:
@@ -89,3 +91,5 @@ private:
     std::uint64_t m_lastId = 0;
     std::vector<std::pair<std::uint64_t, F>> m_entries;
 };
+
+}  // namespace Tarv

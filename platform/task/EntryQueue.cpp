@@ -2,6 +2,8 @@
 
 #include <utility>
 
+namespace Tarv {
+
 void EntryQueue::Push(std::shared_ptr<IL::CallbackEntry> entry) {
     if (!entry) return;
     {
@@ -48,3 +50,5 @@ std::size_t EntryQueue::Size() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_entries.size();
 }
+
+}  // namespace Tarv

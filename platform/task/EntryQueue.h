@@ -10,6 +10,8 @@
 
 #include "framework/task/NotifyTargetTaskIF.h"
 
+namespace Tarv {
+
 class EntryQueue {
 public:
     // Queues `entry`; drops it (after releasing the lock) if the queue is closed.
@@ -30,3 +32,5 @@ private:
     std::deque<std::shared_ptr<IL::CallbackEntry>> m_entries;
     bool m_closed = false;
 };
+
+}  // namespace Tarv

@@ -11,6 +11,8 @@
 #include <mutex>
 #include <utility>
 
+namespace Tarv {
+
 class LifetimeGuard {
 public:
     static std::shared_ptr<LifetimeGuard> Create() { return std::make_shared<LifetimeGuard>(); }
@@ -39,3 +41,5 @@ private:
     mutable std::mutex m_mutex;
     bool m_closed = false;
 };
+
+}  // namespace Tarv

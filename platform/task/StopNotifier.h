@@ -9,6 +9,8 @@
 
 #include "platform/task/CallbackList.h"
 
+namespace Tarv {
+
 class StopNotifier {
 public:
     StopNotifier() : m_list(CallbackList<std::function<void()>>::Create()) {}
@@ -49,3 +51,5 @@ private:
     bool m_stopped = false;
     std::shared_ptr<CallbackList<std::function<void()>>> m_list;
 };
+
+}  // namespace Tarv

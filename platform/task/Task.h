@@ -46,8 +46,8 @@ private:
     void Run();
 
     std::string const m_name;
-    EntryQueue m_queue;
-    StopNotifier m_stopNotifier;
+    Tarv::EntryQueue m_queue;
+    Tarv::StopNotifier m_stopNotifier;
     std::mutex m_joinMutex;
     std::thread m_thread;
     // Kept apart from m_thread: join() resets the thread's id, and the task thread reads it.

@@ -4,6 +4,8 @@
 #include <mutex>
 #include <optional>
 
+namespace Tarv::Testing {
+
 namespace {
 
 class FakeSocket final : public Network::ConnectorSocket {
@@ -134,3 +136,5 @@ bool ConnectionDriver::Disconnect() {
     auto router = Router();
     return router && router->FireDisconnect();
 }
+
+}  // namespace Tarv::Testing

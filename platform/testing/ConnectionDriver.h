@@ -16,6 +16,8 @@
 #include "platform/ipc/IPCMessageRouterFactory.h"
 #include "platform/testing/FakeRouter.h"
 
+namespace Tarv::Testing {
+
 class ConnectionDriver {
 public:
     struct ListenerRequest {
@@ -62,3 +64,5 @@ private:
     IL::ClientListenerFactory m_previousListenerFactory;
     IPCMessageRouterFactory::Factory m_previousRouterFactory;
 };
+
+}  // namespace Tarv::Testing

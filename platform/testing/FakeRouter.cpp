@@ -2,6 +2,8 @@
 
 #include <utility>
 
+namespace Tarv::Testing {
+
 IPCMessageEnvelope EnvelopeOf(google::protobuf::Message const& message) {
     IPCMessageEnvelope envelope;
     envelope.SetPayload(message);
@@ -155,3 +157,5 @@ std::optional<IPCMessageEnvelope> FakeRouter::LastMismatch() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_lastMismatch;
 }
+
+}  // namespace Tarv::Testing

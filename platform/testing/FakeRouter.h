@@ -17,6 +17,8 @@
 #include "framework/ipc/IPCMessageRouterIF.h"
 #include "platform/task/CallbackList.h"
 
+namespace Tarv::Testing {
+
 class FakeRouter final : public IPCMessageRouterIF {
 public:
     struct Send {
@@ -93,3 +95,5 @@ private:
 
 // Wraps `message` in an envelope, as a peer would send it.
 IPCMessageEnvelope EnvelopeOf(google::protobuf::Message const& message);
+
+}  // namespace Tarv::Testing

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <vector>
 
-namespace Testing {
+namespace Tarv::Testing {
 
 template <class T>
 class Inbox {
@@ -39,4 +39,4 @@ private:
     std::vector<T> m_values;
 };
 
-}  // namespace Testing
+}  // namespace Tarv::Testing

@@ -4,6 +4,8 @@
 #include <condition_variable>
 #include <mutex>
 
+namespace Tarv::Testing {
+
 class Latch {
 public:
     explicit Latch(int count = 1) : m_count(count) {}
@@ -23,3 +25,5 @@ private:
     std::condition_variable m_zero;
     int m_count;
 };
+
+}  // namespace Tarv::Testing

@@ -3,6 +3,8 @@
 #include <ostream>
 #include <utility>
 
+namespace Tarv::Testing {
+
 bool LogCapture::Line::operator==(Line const& other) const {
     return logger == other.logger && level == other.level && function == other.function &&
            text == other.text;
@@ -64,3 +66,5 @@ std::ostream& operator<<(std::ostream& out, LogCapture::Line const& line) {
     if (!line.function.empty()) out << line.function << ": ";
     return out << line.text;
 }
+
+}  // namespace Tarv::Testing

@@ -13,6 +13,8 @@
 
 #include "platform/log/DPrint.h"
 
+namespace Tarv::Testing {
+
 class LogCapture {
 public:
     struct Line {
@@ -52,3 +54,5 @@ private:
 
 // Prints a line in test failure messages.
 std::ostream& operator<<(std::ostream& out, LogCapture::Line const& line);
+
+}  // namespace Tarv::Testing

@@ -1,5 +1,7 @@
 #include "platform/testing/ManualTask.h"
 
+namespace Tarv::Testing {
+
 ManualTask::~ManualTask() {
     Stop();
 }
@@ -29,3 +31,5 @@ void ManualTask::Stop() {
     m_queue.Close();
     m_stopNotifier.NotifyStopped();
 }
+
+}  // namespace Tarv::Testing

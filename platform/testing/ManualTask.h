@@ -10,6 +10,8 @@
 #include "platform/task/EntryQueue.h"
 #include "platform/task/StopNotifier.h"
 
+namespace Tarv::Testing {
+
 class ManualTask final : public NotifyTargetTaskIF {
 public:
     ManualTask() = default;
@@ -34,3 +36,5 @@ private:
     EntryQueue m_queue;
     StopNotifier m_stopNotifier;
 };
+
+}  // namespace Tarv::Testing

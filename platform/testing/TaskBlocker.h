@@ -9,6 +9,8 @@
 #include "platform/task/BreakThread.h"
 #include "platform/testing/Latch.h"
 
+namespace Tarv::Testing {
+
 class TaskBlocker {
 public:
     explicit TaskBlocker(NotifyTargetTaskIF& task) : m_latches(std::make_shared<Latches>()) {
@@ -34,3 +36,5 @@ private:
     };
     std::shared_ptr<Latches> m_latches;
 };
+
+}  // namespace Tarv::Testing

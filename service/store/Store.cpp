@@ -14,6 +14,8 @@
 
 #include "admin/Sensitivity.h"
 
+namespace Vellmark::Service {
+
 namespace {
 
 // Marks a file as a store of ours ("VMK1"), so that another SQLite file is refused.
@@ -94,7 +96,7 @@ void RemoveNewFiles(std::string const& path) {
 
 // Errors name an account in masked form: they reach logs and clients.
 std::string MaskedAccountId(std::string const& accountId) {
-    return VellmarkAdmin::Masked(VellmarkAdmin::Sensitivity::AccountId, accountId);
+    return Vellmark::Admin::Masked(Vellmark::Admin::Sensitivity::AccountId, accountId);
 }
 
 }  // namespace
@@ -351,3 +353,5 @@ void Store::Transaction::Commit() {
     }
     m_done = true;
 }
+
+}  // namespace Vellmark::Service

@@ -28,6 +28,8 @@
 
 #include "VellmarkServiceAccounts.pb.h"
 
+namespace Vellmark::Service {
+
 // What went wrong with the store. what() names the file, for the service's own log;
 // Reason() does not, for errors sent to clients, which must not learn the host's paths.
 class StoreError : public std::runtime_error {
@@ -110,3 +112,5 @@ private:
     std::optional<unsigned> m_tightenedFrom;
     sqlite3* m_db = nullptr;
 };
+
+}  // namespace Vellmark::Service

@@ -1,7 +1,7 @@
 // Service-account and GVA operations against the real vellmarkd: success and refusal.
 #include "tests/e2e/ServiceFixture.h"
 
-namespace e2e {
+namespace Vellmark::EndToEnd {
 namespace {
 
 class Accounts : public ServiceTest {
@@ -88,7 +88,7 @@ TEST_F(Accounts, CreateUpdateAndDeleteAServiceAccount) {
     EXPECT_EQ(result.accountid(), "acct-new-1");
     EXPECT_FALSE(HasSource(AdminGet<VellmarkPB::sources>("sources"), "acct-new-1"));
     EXPECT_EQ(
-        AdminGet<VellmarkAdmin::ServiceAccountList>("service-accounts").serviceaccounts_size(),
+        AdminGet<Vellmark::Admin::ServiceAccountList>("service-accounts").serviceaccounts_size(),
         SeedDocument().serviceaccounts_size());
 }
 
@@ -120,7 +120,7 @@ TEST_F(Accounts, ServiceAccountRefusalsComeBackAsErrors) {
          },
          VellmarkPB::CODE_UNKNOWN_ACCOUNT, 24},
     };
-    auto const before = AdminGet<VellmarkAdmin::ServiceAccountList>("service-accounts");
+    auto const before = AdminGet<Vellmark::Admin::ServiceAccountList>("service-accounts");
     for (auto const& refusal : refusals) {
         Result result;
         refusal.call(Client(), result);
@@ -130,7 +130,7 @@ TEST_F(Accounts, ServiceAccountRefusalsComeBackAsErrors) {
         EXPECT_EQ(error.subcode(), refusal.subcode);
         EXPECT_EQ(error.messageid(), refusal.messageId);
     }
-    EXPECT_TRUE(Same(AdminGet<VellmarkAdmin::ServiceAccountList>("service-accounts"), before));
+    EXPECT_TRUE(Same(AdminGet<Vellmark::Admin::ServiceAccountList>("service-accounts"), before));
 }
 
 TEST_F(Accounts, CreateUpdateAndDeleteAGVAAccount) {
@@ -149,7 +149,7 @@ TEST_F(Accounts, CreateUpdateAndDeleteAGVAAccount) {
     Client().UpdateGVAAssistantDeviceId(
         "device-78", updated.OnSuccess<VellmarkPB::serviceAccounts>(), updated.OnError());
     ASSERT_TRUE(updated.Succeeded());
-    auto const accounts = AdminGet<VellmarkAdmin::ServiceAccountList>("service-accounts");
+    auto const accounts = AdminGet<Vellmark::Admin::ServiceAccountList>("service-accounts");
     for (auto const& stored : accounts.serviceaccounts()) {
         if (stored.provider() == "GVA") {
             EXPECT_EQ(stored.attributes().assistantdeviceid(), "device-78");
@@ -211,4 +211,4 @@ TEST_F(Accounts, AnAccountChangeIsPushedToSubscribers) {
 }
 
 }  // namespace
-}  // namespace e2e
+}  // namespace Vellmark::EndToEnd

@@ -2,6 +2,7 @@
 // ChildProcess: a program started by a test, its standard output and error collected by
 // threads of their own, so that the test can wait for a line with a bound and the child
 // never blocks on a full pipe.
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -19,6 +20,8 @@
 #include "tests/e2e/ChildLauncher.h"
 
 extern char** environ;
+
+namespace Vellmark::EndToEnd {
 
 class ChildProcess {
 public:
@@ -44,15 +47,15 @@ public:
         posix_spawn_file_actions_destroy(&actions);
         ::close(out[1]);
         ::close(err[1]);
-        m_readers.emplace_back([this, fd = out[0]] { Drain(fd, m_stdout); });
-        m_readers.emplace_back([this, fd = err[0]] { Drain(fd, m_stderr); });
+        m_threads.emplace_back([this, fd = out[0]] { Drain(fd, m_stdout); });
+        m_threads.emplace_back([this, fd = err[0]] { Drain(fd, m_stderr); });
+        if (m_pid > 0) m_threads.emplace_back([this] { Reap(); });
     }
 
     // Kills the child if it still runs.
     ~ChildProcess() {
-        if (m_pid > 0 && !m_status) Signal(SIGKILL);
-        Wait(std::chrono::seconds(10));
-        for (auto& reader : m_readers) reader.join();
+        if (m_pid > 0 && !Ended()) Signal(SIGKILL);
+        for (auto& thread : m_threads) thread.join();
     }
 
     ChildProcess(ChildProcess const&) = delete;
@@ -79,21 +82,10 @@ public:
     // streams are closed; nothing when the bound passed first.
     std::optional<int> Wait(std::chrono::milliseconds bound) {
         if (m_pid <= 0) return std::nullopt;
-        {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            if (!m_changed.wait_for(lock, bound, [this] { return m_closedStreams == 2; })) {
-                return m_status;
-            }
-        }
-        if (!m_status) {
-            // Both streams closed: the child has ended or closed them itself.
-            int status = 0;
-            auto const deadline = std::chrono::steady_clock::now() + bound;
-            while (::waitpid(m_pid, &status, WNOHANG) == 0) {
-                if (std::chrono::steady_clock::now() > deadline) return std::nullopt;
-                std::this_thread::yield();
-            }
-            m_status = status;
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (!m_changed.wait_for(lock, bound,
+                                [this] { return m_status.has_value() && m_closedStreams == 2; })) {
+            return std::nullopt;
         }
         return m_status;
     }
@@ -113,6 +105,21 @@ public:
     }
 
 private:
+    bool Ended() const {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_status.has_value();
+    }
+
+    // Waits, on a thread of its own, for the child to end.
+    void Reap() {
+        int status = 0;
+        while (::waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
+        }
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_status = status;
+        m_changed.notify_all();
+    }
+
     static std::size_t Occurrences(std::string const& in, std::string const& text) {
         std::size_t found = 0;
         for (auto at = in.find(text); at != std::string::npos; at = in.find(text, at + 1)) {
@@ -149,5 +156,8 @@ private:
     std::string m_stderr;
     int m_closedStreams = 0;
     std::optional<int> m_status;
-    std::vector<std::thread> m_readers;
+    // The readers of both streams, and the reaper.
+    std::vector<std::thread> m_threads;
 };
+
+}  // namespace Vellmark::EndToEnd

@@ -3,7 +3,7 @@
 // any size the service accepts.
 #include "tests/e2e/ServiceFixture.h"
 
-namespace e2e {
+namespace Vellmark::EndToEnd {
 namespace {
 
 constexpr char kLimit[] = "64K";
@@ -22,7 +22,7 @@ protected:
         account.set_accountid(id);
         account.set_provider("HARBOR_PODCASTS");
         account.set_name(std::string(nameBytes, 'n'));
-        return WriteFile(id + ".json", VellmarkJson::Print(account, false));
+        return WriteFile(id + ".json", Vellmark::Json::Print(account, false));
     }
 };
 
@@ -50,7 +50,7 @@ TEST_F(LargeData, AWriteThatWouldMakeAnAnswerTooBigIsRefusedAndEveryAnswerStillC
     auto sources = LimitedCtl({"get", "sources"});
     ASSERT_EQ(sources->ExitCode(), 0) << sources->Errors();
     VellmarkPB::sources list;
-    ASSERT_EQ(VellmarkJson::Parse(sources->Output(), list), "");
+    ASSERT_EQ(Vellmark::Json::Parse(sources->Output(), list), "");
     EXPECT_EQ(list.source_size(), SeedDocument().sources().source_size() + created);
     EXPECT_EQ(LimitedCtl({"admin", "get", "sources"})->ExitCode(), 0);
     EXPECT_EQ(LimitedCtl({"admin", "export"})->ExitCode(), 0);
@@ -60,7 +60,7 @@ TEST_F(LargeData, ARequestOverTheLimitIsRefusedBeforeItIsSent) {
     StartLimited();
     VellmarkPB::VellmarkPresets presets;
     presets.add_presets()->set_key(std::string(kLimitBytes, 'k'));
-    auto const file = WriteFile("presets.json", VellmarkJson::Print(presets, false));
+    auto const file = WriteFile("presets.json", Vellmark::Json::Print(presets, false));
     auto ctl = LimitedCtl({"store-presets", file});
     EXPECT_EQ(ctl->ExitCode(), 2) << ctl->Errors();
     EXPECT_NE(ctl->Errors().find("over the frame limit of 65536 bytes"), std::string::npos)
@@ -77,32 +77,32 @@ TEST_F(LargeData, ARequestOverTheLimitIsRefusedBeforeItIsSent) {
     // The service heard of neither.
     EXPECT_EQ(Service().Errors().find("request 4 "), std::string::npos);
     EXPECT_EQ(
-        AdminGet<VellmarkAdmin::ServiceAccountList>("service-accounts").serviceaccounts_size(),
+        AdminGet<Vellmark::Admin::ServiceAccountList>("service-accounts").serviceaccounts_size(),
         SeedDocument().serviceaccounts_size());
 }
 
 TEST_F(LargeData, TheBackupGoesThroughAtAnySizeTheServiceAccepts) {
     StartLimited(false);
     // Some 600 KB of accounts, ten times the frame limit; the lists they show in stay small.
-    VellmarkAdmin::StoreDocument document = SeedDocument();
+    Vellmark::Admin::StoreDocument document = SeedDocument();
     for (int i = 0; i < 600; ++i) {
         auto account = document.serviceaccounts(0);
         account.set_accountid("acct-" + std::to_string(i));
         account.mutable_tokens()->set_refresh_token(std::string(900, 'r'));
         *document.add_serviceaccounts() = account;
     }
-    std::string const json = VellmarkJson::Print(document, false);
+    std::string const json = Vellmark::Json::Print(document, false);
     ASSERT_GT(json.size(), 8 * kLimitBytes);
     auto seed = LimitedCtl({"admin", "seed", WriteFile("big.json", json)});
     ASSERT_EQ(seed->ExitCode(), 0) << seed->Errors();
 
     auto backup = LimitedCtl({"admin", "export"});
     ASSERT_EQ(backup->ExitCode(), 0) << backup->Errors();
-    VellmarkAdmin::StoreDocument exported;
-    ASSERT_EQ(VellmarkJson::Parse(backup->Output(), exported), "");
+    Vellmark::Admin::StoreDocument exported;
+    ASSERT_EQ(Vellmark::Json::Parse(backup->Output(), exported), "");
     EXPECT_TRUE(Same(exported, document));
     // The same through the admin client, and the list of accounts alone.
-    auto const accounts = AdminGet<VellmarkAdmin::ServiceAccountList>("service-accounts");
+    auto const accounts = AdminGet<Vellmark::Admin::ServiceAccountList>("service-accounts");
     EXPECT_EQ(accounts.serviceaccounts_size(), document.serviceaccounts_size());
 }
 
@@ -123,4 +123,4 @@ TEST_F(LargeData, AStoreHoldingMoreThanAFrameIsRefusedAtStartUnderASmallerLimit)
 }
 
 }  // namespace
-}  // namespace e2e
+}  // namespace Vellmark::EndToEnd

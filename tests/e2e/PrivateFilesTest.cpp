@@ -4,7 +4,7 @@
 
 #include "tests/e2e/ServiceFixture.h"
 
-namespace e2e {
+namespace Vellmark::EndToEnd {
 namespace {
 
 unsigned ModeOf(std::string const& path) {
@@ -106,9 +106,9 @@ TEST_F(PrivateFiles, AFullStoreFailsTheWriteWithAnErrorThatNamesNoPath) {
     // The service's own log has the whole story.
     EXPECT_TRUE(Service().WaitForError(StorePath() + ": ", kBound)) << Service().Errors();
     // Nothing of the failed write was kept, and what was written before is intact.
-    auto const accounts = AdminGet<VellmarkAdmin::ServiceAccountList>("service-accounts");
+    auto const accounts = AdminGet<Vellmark::Admin::ServiceAccountList>("service-accounts");
     EXPECT_EQ(static_cast<std::size_t>(accounts.serviceaccounts_size()), created);
 }
 
 }  // namespace
-}  // namespace e2e
+}  // namespace Vellmark::EndToEnd

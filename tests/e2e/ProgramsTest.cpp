@@ -3,7 +3,7 @@
 
 #include "tests/e2e/ServiceFixture.h"
 
-namespace e2e {
+namespace Vellmark::EndToEnd {
 namespace {
 
 class Programs : public ServiceTest {};
@@ -13,14 +13,14 @@ TEST_F(Programs, GetPrintsTheResourceAsJsonMaskedUnlessSecretsAreAskedFor) {
     auto ctl = Ctl({"get", "sources"});
     ASSERT_EQ(ctl->ExitCode(), 0) << ctl->Errors();
     VellmarkPB::sources printed;
-    ASSERT_EQ(VellmarkJson::Parse(ctl->Output(), printed), "") << ctl->Output();
+    ASSERT_EQ(Vellmark::Json::Parse(ctl->Output(), printed), "") << ctl->Output();
     VellmarkPB::sources masked = SeedDocument().sources();
-    VellmarkAdmin::Mask(masked);
+    Vellmark::Admin::Mask(masked);
     EXPECT_TRUE(Same(printed, masked));
 
     auto clear = Ctl({"get", "sources", "--show-secrets"});
     ASSERT_EQ(clear->ExitCode(), 0) << clear->Errors();
-    ASSERT_EQ(VellmarkJson::Parse(clear->Output(), printed), "") << clear->Output();
+    ASSERT_EQ(Vellmark::Json::Parse(clear->Output(), printed), "") << clear->Output();
     EXPECT_TRUE(Same(printed, SeedDocument().sources()));
 }
 
@@ -33,7 +33,7 @@ TEST_F(Programs, ARefusalExitsWithOneAndPrintsTheErrorAsJson) {
     auto const start = errors.find('{');
     ASSERT_NE(start, std::string::npos) << errors;
     VellmarkPB::Error error;
-    ASSERT_EQ(VellmarkJson::Parse(errors.substr(start), error), "") << errors;
+    ASSERT_EQ(Vellmark::Json::Parse(errors.substr(start), error), "") << errors;
     EXPECT_EQ(error.subcode(), VellmarkPB::CODE_GVA_ACCOUNT_EXISTS);
 }
 
@@ -43,15 +43,15 @@ TEST_F(Programs, StorePresetsFromAFilePrintsTheStoredList) {
     auto ctl = Ctl({"store-presets", file});
     ASSERT_EQ(ctl->ExitCode(), 0) << ctl->Errors();
     VellmarkPB::VellmarkPresets printed;
-    ASSERT_EQ(VellmarkJson::Parse(ctl->Output(), printed), "");
+    ASSERT_EQ(Vellmark::Json::Parse(ctl->Output(), printed), "");
     EXPECT_EQ(printed.presets_size(), 3);
 }
 
 TEST_F(Programs, BadInputFilesExitWithTwoNameTheFileAndSendNothing) {
     StartService();
     AdminClient admin(kBound);
-    auto events = std::make_shared<Inbox<VellmarkAdmin::TrafficEvent>>();
-    admin.Monitor([events](VellmarkAdmin::TrafficEvent const& event) { events->Put(event); });
+    auto events = std::make_shared<Inbox<Vellmark::Admin::TrafficEvent>>();
+    admin.Monitor([events](Vellmark::Admin::TrafficEvent const& event) { events->Put(event); });
 
     struct Case {
         std::string text;
@@ -130,7 +130,7 @@ TEST_F(Programs, SubscribePrintsEachUpdate) {
     AdminPut("product-settings", settings);
     ASSERT_EQ(subscriber->ExitCode(), 0) << subscriber->Errors();
     VellmarkPB::ProductSettings printed;
-    ASSERT_EQ(VellmarkJson::Parse(subscriber->Output(), printed), "");
+    ASSERT_EQ(Vellmark::Json::Parse(subscriber->Output(), printed), "");
     EXPECT_TRUE(Same(printed, settings));
 }
 
@@ -140,7 +140,7 @@ TEST_F(Programs, TheServiceRefusesAStoreItCannotRead) {
     EXPECT_EQ(service.ExitCode(), 1);
     EXPECT_NE(service.Errors().find(garbage), std::string::npos) << service.Errors();
     std::string text;
-    ASSERT_EQ(VellmarkJson::ReadFile(garbage, text), "");
+    ASSERT_EQ(Vellmark::Json::ReadFile(garbage, text), "");
     EXPECT_EQ(text, std::string(8192, 'x'));  // left as it was
 
     auto const badSeed = WriteFile("seed.json", R"({"sources": 3})");
@@ -159,9 +159,9 @@ TEST_F(Programs, TheServiceStopsCleanlyOnSigtermAndKeepsItsData) {
     auto ctl = Ctl({"get", "presets", "--show-secrets"});
     ASSERT_EQ(ctl->ExitCode(), 0);
     VellmarkPB::VellmarkPresets printed;
-    ASSERT_EQ(VellmarkJson::Parse(ctl->Output(), printed), "");
+    ASSERT_EQ(Vellmark::Json::Parse(ctl->Output(), printed), "");
     EXPECT_TRUE(Same(printed, SeedDocument().presets()));
 }
 
 }  // namespace
-}  // namespace e2e
+}  // namespace Vellmark::EndToEnd

@@ -1,7 +1,7 @@
 // Every query and every subscription against the real vellmarkd.
 #include "tests/e2e/ServiceFixture.h"
 
-namespace e2e {
+namespace Vellmark::EndToEnd {
 namespace {
 
 using google::protobuf::Message;
@@ -64,7 +64,8 @@ TEST_F(QueriesAndSubscriptions, EveryQueryAnswersWithWhatTheServiceKeeps) {
 class Traffic {
 public:
     Traffic() : m_admin(kBound) {
-        m_admin.Monitor([this](VellmarkAdmin::TrafficEvent const& event) { m_events.Put(event); });
+        m_admin.Monitor(
+            [this](Vellmark::Admin::TrafficEvent const& event) { m_events.Put(event); });
     }
     // Waits for the acknowledgement of the update `updateId`, `count` times in all.
     bool WaitForAcknowledgement(unsigned int updateId, std::size_t count = 1) {
@@ -77,7 +78,7 @@ public:
             }
             auto const event = m_events.At(next);
             if (event.direction() == "in" && event.messageid() == 13 &&
-                event.payloadjson().find(VellmarkAdmin::MessageName(updateId)) !=
+                event.payloadjson().find(Vellmark::Admin::MessageName(updateId)) !=
                     std::string::npos &&
                 ++seen == count) {
                 return true;
@@ -89,14 +90,14 @@ public:
 
 private:
     AdminClient m_admin;
-    Inbox<VellmarkAdmin::TrafficEvent> m_events;
+    Inbox<Vellmark::Admin::TrafficEvent> m_events;
 };
 
 std::uint64_t AcknowledgementsOf(AdminClient& admin, unsigned int updateId) {
-    VellmarkAdmin::Request request;
+    Vellmark::Admin::Request request;
     request.set_listacknowledgements(true);
-    VellmarkAdmin::AcknowledgementReport report;
-    EXPECT_EQ(VellmarkJson::Parse(admin.Command(request), report), "");
+    Vellmark::Admin::AcknowledgementReport report;
+    EXPECT_EQ(Vellmark::Json::Parse(admin.Command(request), report), "");
     for (auto const& count : report.counts()) {
         if (count.messageid() == updateId) return count.count();
     }
@@ -147,7 +148,7 @@ std::vector<Case> Cases() {
 }
 
 std::unique_ptr<Message> Fresh(std::string const& resource) {
-    auto const* info = VellmarkAdmin::FindResource(resource);
+    auto const* info = Vellmark::Admin::FindResource(resource);
     return std::unique_ptr<Message>(
         google::protobuf::MessageFactory::generated_factory()->GetPrototype(info->type)->New());
 }
@@ -166,7 +167,7 @@ TEST_F(QueriesAndSubscriptions, EverySubscriptionGetsTheUpdateOfAnAdminPutAndAck
         auto value = Fresh(c.resource);
         value->CopyFrom(seed.GetReflection()->GetMessage(
             seed, seed.GetDescriptor()->FindFieldByName(
-                      VellmarkAdmin::FindResource(c.resource)->documentField)));
+                      Vellmark::Admin::FindResource(c.resource)->documentField)));
         c.change(*value);
         AdminPut(c.resource, *value);
 
@@ -249,4 +250,4 @@ TEST_F(QueriesAndSubscriptions, PresetsWithARepeatedKeyAreNotStored) {
 }
 
 }  // namespace
-}  // namespace e2e
+}  // namespace Vellmark::EndToEnd

@@ -2,7 +2,7 @@
 // subscribes again, so updates flow after each restart of the service.
 #include "tests/e2e/ServiceFixture.h"
 
-namespace e2e {
+namespace Vellmark::EndToEnd {
 namespace {
 
 class Reconnection : public ServiceTest {
@@ -71,4 +71,4 @@ TEST_F(Reconnection, VellmarkctlSubscribeSubscribesAgainAfterEveryRestartAndSays
 }
 
 }  // namespace
-}  // namespace e2e
+}  // namespace Vellmark::EndToEnd

@@ -10,7 +10,7 @@
 #include "platform/testing/LogCapture.h"
 #include "tests/e2e/ServiceFixture.h"
 
-namespace e2e {
+namespace Vellmark::EndToEnd {
 namespace {
 
 class Resilience : public ServiceTest {};
@@ -75,7 +75,7 @@ TEST_F(Resilience, AKilledServiceRestartsWithItsDataAndAnswersWhatWasQueued) {
     EXPECT_TRUE(Same(presetsAfter->At(0), stored->At(0)));
     ASSERT_TRUE(accountsAfter->WaitFor(1, kBound));
 
-    auto const accounts = AdminGet<VellmarkAdmin::ServiceAccountList>("service-accounts");
+    auto const accounts = AdminGet<Vellmark::Admin::ServiceAccountList>("service-accounts");
     std::vector<std::string> ids;
     for (auto const& a : accounts.serviceaccounts()) ids.push_back(a.accountid());
     EXPECT_NE(std::find(ids.begin(), ids.end(), "acct-before-kill"), ids.end());
@@ -124,7 +124,7 @@ TEST_F(Resilience, NothingAcknowledgedIsLostWhenTheServiceIsKilledDuringAStreamO
     }
 
     StartService(false);
-    auto const kept = AdminGet<VellmarkAdmin::ServiceAccountList>("service-accounts");
+    auto const kept = AdminGet<Vellmark::Admin::ServiceAccountList>("service-accounts");
     std::set<std::string> ids;
     for (auto const& account : kept.serviceaccounts()) ids.insert(account.accountid());
     EXPECT_GE(ids.size(), confirmed.size());
@@ -138,17 +138,17 @@ TEST_F(Resilience, DroppedConnectionsComeBack) {
     WaitUntilConnected();
     {
         AdminClient admin(kBound);
-        VellmarkAdmin::Request drop;
+        Vellmark::Admin::Request drop;
         drop.set_dropconnections(true);
         EXPECT_EQ(admin.Command(drop), "{\"dropped\":1}");
     }
     ASSERT_TRUE(log.WaitForText("Received disconnect event", 1, kBound));
     WaitUntilConnected();
     AdminClient admin(kBound);
-    VellmarkAdmin::Request list;
+    Vellmark::Admin::Request list;
     list.set_listclients(true);
-    VellmarkAdmin::ClientList clients;
-    ASSERT_EQ(VellmarkJson::Parse(admin.Command(list), clients), "");
+    Vellmark::Admin::ClientList clients;
+    ASSERT_EQ(Vellmark::Json::Parse(admin.Command(list), clients), "");
     ASSERT_EQ(clients.clients_size(), 1);
     EXPECT_EQ(clients.clients(0).pid(), ::getpid());
     EXPECT_EQ(clients.clients(0).uid(), ::getuid());
@@ -158,7 +158,7 @@ TEST_F(Resilience, PlannedFailuresAreAnsweredAsAskedThenServiceResumes) {
     StartService();
     WaitUntilConnected();
     AdminClient admin(kBound);
-    VellmarkAdmin::Request plan;
+    Vellmark::Admin::Request plan;
     plan.mutable_failnext()->set_messageid(VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE);
     plan.mutable_failnext()->set_count(1);
     plan.mutable_failnext()->mutable_error()->set_code(5);
@@ -182,7 +182,7 @@ TEST_F(Resilience, PlannedFailuresAreAnsweredAsAskedThenServiceResumes) {
     plan.mutable_failnext()->set_messageid(VellmarkPB::VELLMARK_MESSAGE_GET_SOURCES);
     plan.mutable_failnext()->clear_error();
     admin.Command(plan);
-    VellmarkAdmin::Request delay;
+    Vellmark::Admin::Request delay;
     delay.mutable_delay()->set_milliseconds(50);
     admin.Command(delay);
     auto sources = std::make_shared<Inbox<VellmarkPB::sources>>();
@@ -200,8 +200,8 @@ TEST_F(Resilience, PlannedFailuresAreAnsweredAsAskedThenServiceResumes) {
 TEST_F(Resilience, TheMonitorShowsFramesWithIdentifiersMasked) {
     StartService();
     AdminClient admin(kBound);
-    auto events = std::make_shared<Inbox<VellmarkAdmin::TrafficEvent>>();
-    admin.Monitor([events](VellmarkAdmin::TrafficEvent const& event) { events->Put(event); });
+    auto events = std::make_shared<Inbox<Vellmark::Admin::TrafficEvent>>();
+    admin.Monitor([events](Vellmark::Admin::TrafficEvent const& event) { events->Put(event); });
     auto sources = std::make_shared<Inbox<VellmarkPB::sources>>();
     Client().GetSources(Into(sources));
     ASSERT_TRUE(sources->WaitFor(1, kBound));
@@ -222,4 +222,4 @@ TEST_F(Resilience, TheMonitorShowsFramesWithIdentifiersMasked) {
 }
 
 }  // namespace
-}  // namespace e2e
+}  // namespace Vellmark::EndToEnd

@@ -4,14 +4,14 @@
 #include "platform/log/Redact.h"
 #include "tests/e2e/ServiceFixture.h"
 
-namespace e2e {
+namespace Vellmark::EndToEnd {
 namespace {
 
 // The clear values that masking hides in `documents`.
 std::vector<std::string> SecretsOf(std::vector<google::protobuf::Message const*> const& documents) {
     std::vector<std::string> secrets;
     for (auto const* document : documents) {
-        auto const values = VellmarkAdmin::SecretValues(*document);
+        auto const values = Vellmark::Admin::SecretValues(*document);
         secrets.insert(secrets.end(), values.begin(), values.end());
     }
     return secrets;
@@ -57,7 +57,7 @@ protected:
 
 TEST_F(Secrets, EveryCommandMasksTheSeedsSecretsByDefault) {
     StartService(true, {"--log-level", "4"});
-    for (auto const& resource : VellmarkAdmin::Resources()) {
+    for (auto const& resource : Vellmark::Admin::Resources()) {
         if (resource.queryId != 0) ExpectMasked({"get", resource.name});
         ExpectMasked({"admin", "get", resource.name});
     }
@@ -65,9 +65,10 @@ TEST_F(Secrets, EveryCommandMasksTheSeedsSecretsByDefault) {
     ExpectMasked({"admin", "export", "--redact"});
 
     auto presets = SeedDocument().presets();
-    ExpectMasked({"store-presets", WriteFile("presets.json", VellmarkJson::Print(presets, false))});
+    ExpectMasked(
+        {"store-presets", WriteFile("presets.json", Vellmark::Json::Print(presets, false))});
 
-    auto const account = WriteFile("account.json", VellmarkJson::Print(NewAccount(), false));
+    auto const account = WriteFile("account.json", Vellmark::Json::Print(NewAccount(), false));
     ExpectMasked({"account", "create", account});
     ExpectMasked({"account", "create", account}, 1);  // refused: it exists now
     ExpectMasked({"account", "update", account});
@@ -94,9 +95,9 @@ TEST_F(Secrets, SubscribeMasksEachUpdate) {
     AdminPut("sources", SeedDocument().sources());
     ASSERT_EQ(subscriber->ExitCode(), 0) << subscriber->Errors();
     VellmarkPB::sources printed;
-    ASSERT_EQ(VellmarkJson::Parse(subscriber->Output(), printed), "") << subscriber->Output();
+    ASSERT_EQ(Vellmark::Json::Parse(subscriber->Output(), printed), "") << subscriber->Output();
     VellmarkPB::sources masked = SeedDocument().sources();
-    VellmarkAdmin::Mask(masked);
+    Vellmark::Admin::Mask(masked);
     EXPECT_TRUE(Same(printed, masked)) << subscriber->Output();
     ExpectNoSecret("subscribe", subscriber->Output() + subscriber->Errors(), Known());
 }
@@ -129,8 +130,8 @@ TEST_F(Secrets, TheExportIsAFaithfulBackupAndRedactGivesAMaskedCopy) {
     StartService();
     auto backup = Ctl({"admin", "export"});
     ASSERT_EQ(backup->ExitCode(), 0) << backup->Errors();
-    VellmarkAdmin::StoreDocument exported;
-    ASSERT_EQ(VellmarkJson::Parse(backup->Output(), exported), "");
+    Vellmark::Admin::StoreDocument exported;
+    ASSERT_EQ(Vellmark::Json::Parse(backup->Output(), exported), "");
     // Seeding the backup back gives the same store.
     auto seed = Ctl({"admin", "seed", WriteFile("backup.json", backup->Output())});
     ASSERT_EQ(seed->ExitCode(), 0) << seed->Errors();
@@ -140,10 +141,10 @@ TEST_F(Secrets, TheExportIsAFaithfulBackupAndRedactGivesAMaskedCopy) {
 
     auto redacted = Ctl({"admin", "export", "--redact"});
     ASSERT_EQ(redacted->ExitCode(), 0) << redacted->Errors();
-    VellmarkAdmin::StoreDocument masked = exported;
-    VellmarkAdmin::Mask(masked);
-    VellmarkAdmin::StoreDocument printed;
-    ASSERT_EQ(VellmarkJson::Parse(redacted->Output(), printed), "");
+    Vellmark::Admin::StoreDocument masked = exported;
+    Vellmark::Admin::Mask(masked);
+    Vellmark::Admin::StoreDocument printed;
+    ASSERT_EQ(Vellmark::Json::Parse(redacted->Output(), printed), "");
     EXPECT_TRUE(Same(printed, masked));
 
     auto help = Ctl({"admin", "export", "--help"});
@@ -163,4 +164,4 @@ TEST_F(Secrets, TimeoutZeroMeansNoLimitForEveryKindOfCommand) {
 }
 
 }  // namespace
-}  // namespace e2e
+}  // namespace Vellmark::EndToEnd

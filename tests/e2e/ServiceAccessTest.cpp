@@ -4,7 +4,7 @@
 
 #include "tests/e2e/ServiceFixture.h"
 
-namespace e2e {
+namespace Vellmark::EndToEnd {
 namespace {
 
 constexpr char kSetpriv[] = "/usr/bin/setpriv";
@@ -68,4 +68,4 @@ TEST_F(ServiceAccess, AnotherUserIsRefusedUnlessAllowedAndTheRefusalIsLoggedOnce
 }
 
 }  // namespace
-}  // namespace e2e
+}  // namespace Vellmark::EndToEnd

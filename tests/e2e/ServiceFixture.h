@@ -23,12 +23,16 @@
 #include "platform/ipc/IPCDirectory.h"
 #include "platform/task/Task.h"
 #include "platform/testing/Inbox.h"
+#include "platform/testing/LogCapture.h"
 #include "tests/e2e/ChildProcess.h"
 
-namespace e2e {
+namespace Vellmark::EndToEnd {
 
 using namespace std::chrono_literals;
-using Testing::Inbox;
+using Admin::AdminClient;
+using Admin::AdminError;
+using Tarv::Testing::Inbox;
+using Tarv::Testing::LogCapture;
 
 // How long a test waits for anything that should come at once.
 constexpr auto kBound = std::chrono::milliseconds(10s);
@@ -37,11 +41,11 @@ inline bool Same(google::protobuf::Message const& a, google::protobuf::Message c
     return google::protobuf::util::MessageDifferencer::Equals(a, b);
 }
 
-inline VellmarkAdmin::StoreDocument SeedDocument() {
+inline Vellmark::Admin::StoreDocument SeedDocument() {
     std::string text;
-    VellmarkAdmin::StoreDocument document;
-    if (!VellmarkJson::ReadFile(VELLMARK_SEED_PATH, text).empty() ||
-        !VellmarkJson::Parse(text, document).empty()) {
+    Vellmark::Admin::StoreDocument document;
+    if (!Vellmark::Json::ReadFile(VELLMARK_SEED_PATH, text).empty() ||
+        !Vellmark::Json::Parse(text, document).empty()) {
         ADD_FAILURE() << "cannot read " << VELLMARK_SEED_PATH;
     }
     return document;
@@ -50,7 +54,7 @@ inline VellmarkAdmin::StoreDocument SeedDocument() {
 class ServiceTest : public ::testing::Test {
 protected:
     ServiceTest() {
-        VellmarkJson::QuietenKnownWarnings();
+        Vellmark::Json::QuietenKnownWarnings();
         char pattern[] = "/tmp/vellmark-e2e-XXXXXX";
         char* made = ::mkdtemp(pattern);
         m_folder = made ? made : "";
@@ -129,17 +133,17 @@ protected:
     template <class T>
     T AdminGet(std::string const& resource) {
         AdminClient admin(kBound);
-        VellmarkAdmin::Request request;
+        Vellmark::Admin::Request request;
         request.mutable_get()->set_resource(resource);
         T value;
-        EXPECT_EQ(VellmarkJson::Parse(admin.Command(request), value), "");
+        EXPECT_EQ(Vellmark::Json::Parse(admin.Command(request), value), "");
         return value;
     }
     void AdminPut(std::string const& resource, google::protobuf::Message const& value) {
         AdminClient admin(kBound);
-        VellmarkAdmin::Request request;
+        Vellmark::Admin::Request request;
         request.mutable_put()->set_resource(resource);
-        request.mutable_put()->set_json(VellmarkJson::Print(value, false));
+        request.mutable_put()->set_json(Vellmark::Json::Print(value, false));
         admin.Command(request);
     }
 
@@ -151,4 +155,4 @@ private:
     std::unique_ptr<VellmarkClientAPI> m_client;
 };
 
-}  // namespace e2e
+}  // namespace Vellmark::EndToEnd

@@ -7,7 +7,7 @@
 #include "platform/ipc/IPCMessageRouterFactory.h"
 #include "tests/e2e/ServiceFixture.h"
 
-namespace e2e {
+namespace Vellmark::EndToEnd {
 namespace {
 
 std::uintmax_t SizeOf(std::string const& path) {
@@ -41,7 +41,8 @@ TEST_F(StoreSafety, AnEmptyFileIsRefusedUntilANewStoreIsAskedFor) {
 
     StartService(false, {"--new-store"});
     EXPECT_EQ(
-        AdminGet<VellmarkAdmin::ServiceAccountList>("service-accounts").serviceaccounts_size(), 0);
+        AdminGet<Vellmark::Admin::ServiceAccountList>("service-accounts").serviceaccounts_size(),
+        0);
     StopService();
 
     // Seeding asks for a new store too.
@@ -164,4 +165,4 @@ TEST_F(StoreSafety, ARequestUnderAnIdentifierTheServiceDoesNotServeIsAnsweredAnd
 }
 
 }  // namespace
-}  // namespace e2e
+}  // namespace Vellmark::EndToEnd

@@ -10,7 +10,9 @@
 #include "platform/testing/LogCapture.h"
 #include "tests/integration/transport/TransportTestSupport.h"
 
-namespace transport_test {
+using namespace Tarv::Testing;
+
+namespace Tarv::TransportTest {
 namespace {
 
 constexpr char kVellmark[] = "Vellmark";
@@ -194,4 +196,4 @@ TEST_F(ClientOverSockets, ServiceRestartIsSurvived) {
 }
 
 }  // namespace
-}  // namespace transport_test
+}  // namespace Tarv::TransportTest

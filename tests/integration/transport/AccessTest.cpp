@@ -9,7 +9,9 @@
 #include "platform/testing/LogCapture.h"
 #include "tests/integration/transport/TransportTestSupport.h"
 
-namespace transport_test {
+using namespace Tarv::Testing;
+
+namespace Tarv::TransportTest {
 namespace {
 
 class Access : public ::testing::Test {
@@ -167,4 +169,4 @@ TEST_F(Access, ALinkAtTheSocketPathIsReplacedAndAFileIsLeftAlone) {
 }
 
 }  // namespace
-}  // namespace transport_test
+}  // namespace Tarv::TransportTest

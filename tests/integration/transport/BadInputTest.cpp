@@ -5,7 +5,9 @@
 #include "platform/testing/LogCapture.h"
 #include "tests/integration/transport/TransportTestSupport.h"
 
-namespace transport_test {
+using namespace Tarv::Testing;
+
+namespace Tarv::TransportTest {
 namespace {
 
 std::string Varint(std::uint64_t value) {
@@ -133,4 +135,4 @@ TEST_F(BadInput, FrameTooLargeToSendIsRefusedAndTheConnectionStays) {
 }
 
 }  // namespace
-}  // namespace transport_test
+}  // namespace Tarv::TransportTest

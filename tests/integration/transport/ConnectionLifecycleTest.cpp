@@ -8,7 +8,9 @@
 #include "platform/testing/LogCapture.h"
 #include "tests/integration/transport/TransportTestSupport.h"
 
-namespace transport_test {
+using namespace Tarv::Testing;
+
+namespace Tarv::TransportTest {
 namespace {
 
 class ConnectionLifecycle : public ::testing::Test {
@@ -210,4 +212,4 @@ TEST_F(ConnectionLifecycle, DirectoryUsesTheEnvironmentsFolderUnlessOneIsSet) {
 }
 
 }  // namespace
-}  // namespace transport_test
+}  // namespace Tarv::TransportTest

@@ -8,7 +8,9 @@
 #include "platform/testing/LogCapture.h"
 #include "tests/integration/transport/TransportTestSupport.h"
 
-namespace transport_test {
+using namespace Tarv::Testing;
+
+namespace Tarv::TransportTest {
 namespace {
 
 struct Pair {
@@ -111,4 +113,4 @@ TEST(FramedConnection, ClosedHandlersRunOnceAndLateOnesStillRun) {
 }
 
 }  // namespace
-}  // namespace transport_test
+}  // namespace Tarv::TransportTest

@@ -8,7 +8,9 @@
 #include "platform/testing/LogCapture.h"
 #include "tests/integration/transport/TransportTestSupport.h"
 
-namespace transport_test {
+using namespace Tarv::Testing;
+
+namespace Tarv::TransportTest {
 namespace {
 
 class Messaging : public ::testing::Test {
@@ -208,4 +210,4 @@ TEST_F(Messaging, AResponseWhoseRegistrationEndedIsDropped) {
 }
 
 }  // namespace
-}  // namespace transport_test
+}  // namespace Tarv::TransportTest

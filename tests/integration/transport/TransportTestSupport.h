@@ -27,7 +27,7 @@
 #include "platform/ipc/IPCServer.h"
 #include "platform/testing/Inbox.h"
 
-namespace transport_test {
+namespace Tarv::TransportTest {
 
 using namespace std::chrono_literals;
 
@@ -53,7 +53,7 @@ private:
     std::string m_path;
 };
 
-using Testing::Inbox;
+using Tarv::Testing::Inbox;
 
 // A Unix socket address for `path`.
 inline sockaddr_un AddressOf(std::string const& path) {
@@ -231,4 +231,4 @@ public:
     ~TrustedServers() { IPCDirectory::Get().SetTrustedServerUsers({}); }
 };
 
-}  // namespace transport_test
+}  // namespace Tarv::TransportTest

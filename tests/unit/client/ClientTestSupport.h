@@ -45,6 +45,10 @@ private:
     VellmarkClientAPI& m_client;
 };
 
+namespace Vellmark::ClientTests {
+
+using namespace Tarv::Testing;
+
 using ClientLines = std::vector<LogCapture::Line>;
 
 // A sources list with one source called `id` (its one required field set).
@@ -111,3 +115,5 @@ protected:
         return driver.Router();
     }
 };
+
+}  // namespace Vellmark::ClientTests

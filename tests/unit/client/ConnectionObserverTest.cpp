@@ -2,6 +2,8 @@
 // task, once the connection is ready, and nothing the client otherwise does changes.
 #include "tests/unit/client/ClientTestSupport.h"
 
+using namespace Vellmark::ClientTests;
+
 namespace {
 
 class ConnectionObserver : public ClientTest {

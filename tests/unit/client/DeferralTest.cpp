@@ -5,6 +5,8 @@
 
 #include "tests/unit/client/ClientTestSupport.h"
 
+using namespace Vellmark::ClientTests;
+
 namespace {
 
 using Ids = std::vector<unsigned int>;

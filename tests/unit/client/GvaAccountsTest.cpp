@@ -3,6 +3,8 @@
 
 #include "tests/unit/client/ClientTestSupport.h"
 
+using namespace Vellmark::ClientTests;
+
 namespace {
 
 using google::protobuf::util::MessageDifferencer;

@@ -1,6 +1,8 @@
 // Storing presets and the handling of the stored list.
 #include "tests/unit/client/ClientTestSupport.h"
 
+using namespace Vellmark::ClientTests;
+
 namespace {
 
 VellmarkPB::VellmarkPresets Presets(std::string const& key) {

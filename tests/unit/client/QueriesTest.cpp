@@ -1,6 +1,8 @@
 // The seven queries: their lines, requests, reply handlers and stored callbacks.
 #include "tests/unit/client/ClientTestSupport.h"
 
+using namespace Vellmark::ClientTests;
+
 namespace {
 
 class Queries : public ClientTest {

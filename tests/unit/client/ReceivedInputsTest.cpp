@@ -9,6 +9,8 @@
 #include "fuzz/ClientSeeds.h"
 #include "fuzz/KeptInputs.h"
 
+using namespace Vellmark::Fuzz;
+
 namespace {
 
 bool Has(std::vector<std::string> const& lines, std::string const& text) {
@@ -16,7 +18,7 @@ bool Has(std::vector<std::string> const& lines, std::string const& text) {
 }
 
 TEST(ReceivedInputs, EverySeedAndRegressionRunsThroughTheReceivePath) {
-    auto const seeds = client_seeds::ClientReceiveSeeds();
+    auto const seeds = Vellmark::Fuzz::ClientSeeds::ClientReceiveSeeds();
     ASSERT_GE(seeds.size(), 6u);
     // What each seed must reach, as the client's log shows it.
     std::map<std::string, std::vector<std::string>> const reaches = {

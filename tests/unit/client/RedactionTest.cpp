@@ -11,6 +11,8 @@
 #include "platform/log/Redact.h"
 #include "tests/unit/client/ClientTestSupport.h"
 
+using namespace Vellmark::ClientTests;
+
 namespace {
 
 using google::protobuf::util::MessageDifferencer;

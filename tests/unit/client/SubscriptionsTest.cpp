@@ -1,6 +1,8 @@
 // The subscriptions: registration, update handling and the cloud-sync acknowledgement.
 #include "tests/unit/client/ClientTestSupport.h"
 
+using namespace Vellmark::ClientTests;
+
 namespace {
 
 using Ids = std::vector<unsigned int>;

@@ -12,6 +12,8 @@
 #include "platform/testing/Latch.h"
 #include "platform/testing/TaskBlocker.h"
 
+using namespace Tarv::Testing;
+
 namespace {
 
 // Waits until the task has run everything queued so far, and what that posted in turn.

@@ -11,6 +11,8 @@
 #include "framework/task/WeakRef.h"
 #include "platform/testing/ManualTask.h"
 
+using namespace Tarv::Testing;
+
 namespace {
 
 // A socket that counts how many of it are alive.

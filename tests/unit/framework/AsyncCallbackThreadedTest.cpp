@@ -13,6 +13,8 @@
 #include "platform/testing/Latch.h"
 #include "platform/testing/TaskBlocker.h"
 
+using namespace Tarv::Testing;
+
 namespace {
 
 TEST(AsyncCallbackOnTask, ConcurrentFiringsArriveInPerThreadOrderOnTheTaskThread) {

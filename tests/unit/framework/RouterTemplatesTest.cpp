@@ -9,6 +9,8 @@
 #include "platform/testing/FakeRouter.h"
 #include "platform/testing/ManualTask.h"
 
+using namespace Tarv::Testing;
+
 namespace {
 
 VellmarkPB::sources SourcesWithId(std::string const& id) {

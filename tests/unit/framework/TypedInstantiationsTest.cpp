@@ -22,6 +22,8 @@
 #include "platform/testing/FakeRouter.h"
 #include "platform/testing/ManualTask.h"
 
+using namespace Tarv::Testing;
+
 // The argument types the client instantiates AsyncCallback with.
 template class AsyncCallback<void>;
 template class AsyncCallback<std::shared_ptr<Network::ConnectorSocket>>;

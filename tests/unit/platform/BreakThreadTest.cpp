@@ -4,6 +4,8 @@
 
 #include "platform/testing/ManualTask.h"
 
+using namespace Tarv::Testing;
+
 namespace {
 
 TEST(BreakThread, RunsTheFunctionOnceLaterOnTheTask) {

@@ -4,6 +4,8 @@
 
 #include "platform/task/CallbackList.h"
 
+using namespace Tarv;
+
 namespace {
 
 TEST(CallbackConnection, EmptyHandleDisconnectsHarmlessly) {

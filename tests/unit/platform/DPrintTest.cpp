@@ -17,6 +17,8 @@
 #include "platform/log/DPrint.h"
 #include "platform/testing/LogCapture.h"
 
+using namespace Tarv::Testing;
+
 namespace {
 
 using namespace std::chrono_literals;

@@ -11,6 +11,8 @@
 #include "fuzz/FrameDecoderExercise.h"
 #include "fuzz/KeptInputs.h"
 
+using namespace Vellmark::Fuzz;
+
 namespace {
 
 TEST(FrameDecoderInputs, EveryKeptInputDecodesWithinTheDecodersPromises) {

@@ -8,6 +8,10 @@
 #include "platform/task/LifetimeGuard.h"
 #include "platform/testing/Latch.h"
 
+using namespace Tarv::Testing;
+
+using namespace Tarv;
+
 namespace {
 
 TEST(LifetimeGuard, RunsBodiesWhileOpen) {

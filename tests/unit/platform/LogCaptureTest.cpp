@@ -7,6 +7,8 @@
 #include "platform/log/DPrint.h"
 #include "platform/testing/LogCapture.h"
 
+using namespace Tarv::Testing;
+
 namespace {
 
 std::string Printed(LogCapture::Line const& line) {

@@ -14,6 +14,8 @@
 #include "platform/testing/LogCapture.h"
 #include "platform/testing/TaskBlocker.h"
 
+using namespace Tarv::Testing;
+
 namespace {
 
 // Posts a function and waits until the task has run it.
@@ -109,16 +111,13 @@ TEST(Task, EntriesQueuedWhenStoppedAreDroppedWithoutRunning) {
     std::atomic<int> laterRuns{0};
     TaskBlocker blocker(task);
     ASSERT_TRUE(blocker.Entered());
-    for (int i = 0; i < 5; ++i) IL::BreakThread([&] { ++laterRuns; }, &task);
-    std::thread stopper([&] { task.Stop(); });
-    // Stop() has to wait for the running entry; let it go only once the task is stopped.
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!task.IsStopped() && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
+    // The queued entries hold the running entry's release: Stop() drops them when it closes
+    // the queue, which lets the running entry end and the thread be joined.
+    std::shared_ptr<void> release(nullptr, [&blocker](void*) { blocker.Release(); });
+    for (int i = 0; i < 5; ++i) IL::BreakThread([&laterRuns, release] { ++laterRuns; }, &task);
+    release.reset();
+    task.Stop();
     EXPECT_TRUE(task.IsStopped());
-    blocker.Release();
-    stopper.join();
     EXPECT_EQ(laterRuns, 0);
 }
 

@@ -7,6 +7,8 @@
 #include "platform/testing/ConnectionDriver.h"
 #include "platform/testing/ManualTask.h"
 
+using namespace Tarv::Testing;
+
 namespace {
 
 TEST(IPCDirectory, LooksUpAnEndpointByName) {

@@ -13,7 +13,7 @@
 
 namespace {
 
-using namespace schema_test;
+using namespace Vellmark::SchemaTest;
 
 VellmarkPB::VellmarkGroupMember MakeMember(const std::string& tag) {
     VellmarkPB::VellmarkGroupMember member;

@@ -14,7 +14,7 @@
 
 namespace {
 
-using namespace schema_test;
+using namespace Vellmark::SchemaTest;
 using google::protobuf::internal::NameOfEnum;
 
 TEST(LanMessages, MessageIdNamesMatchTheIdentifierTable) {

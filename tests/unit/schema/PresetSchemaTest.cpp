@@ -9,7 +9,7 @@
 
 namespace {
 
-using namespace schema_test;
+using namespace Vellmark::SchemaTest;
 
 VellmarkPB::contentItem MakeContentItem(const std::string& tag) {
     VellmarkPB::contentItem item;

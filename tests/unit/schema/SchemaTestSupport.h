@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace schema_test {
+namespace Vellmark::SchemaTest {
 
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
@@ -109,4 +109,4 @@ T ExpectSurvivesRoundTrip(const T& original) {
     return parsed;
 }
 
-}  // namespace schema_test
+}  // namespace Vellmark::SchemaTest

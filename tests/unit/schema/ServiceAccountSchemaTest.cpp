@@ -14,7 +14,7 @@
 
 namespace {
 
-using namespace schema_test;
+using namespace Vellmark::SchemaTest;
 
 VellmarkPB::Tokens MakeTokens() {
     VellmarkPB::Tokens tokens;

@@ -10,7 +10,7 @@
 
 namespace {
 
-using namespace schema_test;
+using namespace Vellmark::SchemaTest;
 using Source = VellmarkPB::VellmarkSource_source;
 
 VellmarkPB::sourceSetting MakeSetting(const std::string& key, const std::string& value) {

@@ -14,10 +14,12 @@
 #include "VellmarkSystemAssoicated.pb.h"
 #include "tests/unit/service/ServiceTestSupport.h"
 
+using namespace Vellmark::Service;
+
 namespace {
 
 using google::protobuf::util::MessageDifferencer;
-using service_test::TempFolder;
+using Vellmark::ServiceTest::TempFolder;
 
 constexpr int kRefused = 6;
 
@@ -83,8 +85,8 @@ void ExpectSame(google::protobuf::Message const& expected,
 }
 
 // A document with every resource and two accounts, all fields filled by hand.
-VellmarkAdmin::StoreDocument FullDocument() {
-    VellmarkAdmin::StoreDocument document;
+Vellmark::Admin::StoreDocument FullDocument() {
+    Vellmark::Admin::StoreDocument document;
     *document.mutable_sources()->add_source() = Source("s-1");
     *document.mutable_voiceaccounts()->add_source() = Source("gva-7");
     *document.mutable_msphostaccounts()->add_source() = Source("msp-1");
@@ -112,12 +114,12 @@ protected:
 
     VellmarkPB::sources List(char const* name) {
         VellmarkPB::sources list;
-        list.CopyFrom(*catalog.Read(*VellmarkAdmin::FindResource(name)));
+        list.CopyFrom(*catalog.Read(*Vellmark::Admin::FindResource(name)));
         return list;
     }
     VellmarkPB::VellmarkPresets StoredPresets() {
         VellmarkPB::VellmarkPresets presets;
-        presets.CopyFrom(*catalog.Read(*VellmarkAdmin::FindResource("presets")));
+        presets.CopyFrom(*catalog.Read(*Vellmark::Admin::FindResource("presets")));
         return presets;
     }
     std::vector<std::string> SourceIds(char const* name) {
@@ -539,14 +541,14 @@ TEST_F(CatalogTest, WriteReplacesAResourceAndReportsIt) {
     VellmarkPB::ProductSettings settings;
     settings.set_name("Den");
     Changes changed;
-    auto const& resource = *VellmarkAdmin::FindResource("product-settings");
+    auto const& resource = *Vellmark::Admin::FindResource("product-settings");
     catalog.Write(resource, settings, changed);
     EXPECT_EQ(changed, Changes{"product-settings"});
     ExpectSame(settings, *catalog.Read(resource));
 }
 
 // Seeding a fresh store with `exported` gives a store that exports the same document.
-void ExpectSeedsAFreshStoreAlike(VellmarkAdmin::StoreDocument const& exported) {
+void ExpectSeedsAFreshStoreAlike(Vellmark::Admin::StoreDocument const& exported) {
     TempFolder otherFolder;
     Store otherStore(otherFolder.File("store.db"));
     Catalog other(otherStore);
@@ -575,7 +577,7 @@ TEST_F(CatalogTest, ExportOfAStoreBuiltByRequestsSurvivesSeedingAFreshStore) {
 TEST_F(CatalogTest, SeedEmptiesTheResourcesTheDocumentLeavesOut) {
     Changes changed;
     catalog.Seed(FullDocument(), changed);
-    VellmarkAdmin::StoreDocument partial;
+    Vellmark::Admin::StoreDocument partial;
     partial.mutable_productsettings()->set_name("Kitchen");
     *partial.add_serviceaccounts() = ServiceAccount("only");
     Changes seeded;
@@ -585,7 +587,7 @@ TEST_F(CatalogTest, SeedEmptiesTheResourcesTheDocumentLeavesOut) {
     EXPECT_TRUE(SourceIds("voice-accounts").empty());
     EXPECT_TRUE(StoredPresets().presets().empty());
     VellmarkPB::ProductSettings settings;
-    settings.CopyFrom(*catalog.Read(*VellmarkAdmin::FindResource("product-settings")));
+    settings.CopyFrom(*catalog.Read(*Vellmark::Admin::FindResource("product-settings")));
     EXPECT_EQ(settings.name(), "Kitchen");
     EXPECT_EQ(AccountIds(), std::vector<std::string>{"only"});
     EXPECT_EQ(seeded.count("presets"), 1u);
@@ -597,7 +599,7 @@ TEST_F(CatalogTest, SeedRefusesAnAccountWithoutIdAndChangesNothing) {
     Changes changed;
     catalog.Seed(FullDocument(), changed);
     auto const before = catalog.Export();
-    VellmarkAdmin::StoreDocument document;
+    Vellmark::Admin::StoreDocument document;
     document.mutable_productsettings()->set_name("Other");
     *document.add_serviceaccounts() = ServiceAccount("fine");
     *document.add_serviceaccounts() = ServiceAccount("");
@@ -611,7 +613,7 @@ TEST_F(CatalogTest, SeedRefusesARepeatedAccountIdAndChangesNothing) {
     Changes changed;
     catalog.Seed(FullDocument(), changed);
     auto const before = catalog.Export();
-    VellmarkAdmin::StoreDocument document;
+    Vellmark::Admin::StoreDocument document;
     *document.add_serviceaccounts() = ServiceAccount("twice", "one");
     *document.add_serviceaccounts() = ServiceAccount("twice", "two");
     Changes refused;
@@ -622,7 +624,7 @@ TEST_F(CatalogTest, SeedRefusesARepeatedAccountIdAndChangesNothing) {
 
 TEST_F(CatalogTest, PutAccountsReplacesEveryAccountInTheGivenOrder) {
     Create(ServiceAccount("old"));
-    VellmarkAdmin::ServiceAccountList list;
+    Vellmark::Admin::ServiceAccountList list;
     *list.add_serviceaccounts() = ServiceAccount("z");
     *list.add_serviceaccounts() = ServiceAccount("a");
     catalog.PutAccounts(list);
@@ -632,7 +634,7 @@ TEST_F(CatalogTest, PutAccountsReplacesEveryAccountInTheGivenOrder) {
 
 TEST_F(CatalogTest, PutAccountsRefusesAnAccountWithoutIdAndChangesNothing) {
     Create(ServiceAccount("kept"));
-    VellmarkAdmin::ServiceAccountList list;
+    Vellmark::Admin::ServiceAccountList list;
     *list.add_serviceaccounts() = ServiceAccount("new");
     *list.add_serviceaccounts() = ServiceAccount("");
     EXPECT_THROW(catalog.PutAccounts(list), std::invalid_argument);
@@ -641,7 +643,7 @@ TEST_F(CatalogTest, PutAccountsRefusesAnAccountWithoutIdAndChangesNothing) {
 
 TEST_F(CatalogTest, PutAccountsRefusesARepeatedAccountIdAndChangesNothing) {
     Create(ServiceAccount("kept"));
-    VellmarkAdmin::ServiceAccountList list;
+    Vellmark::Admin::ServiceAccountList list;
     *list.add_serviceaccounts() = ServiceAccount("twice");
     *list.add_serviceaccounts() = ServiceAccount("twice");
     EXPECT_THROW(catalog.PutAccounts(list), std::invalid_argument);

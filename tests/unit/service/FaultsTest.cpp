@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace Vellmark::Service;
+
 namespace {
 
 using std::chrono::milliseconds;

@@ -14,16 +14,18 @@
 #include "service/Catalog.h"
 #include "tests/unit/service/ServiceTestSupport.h"
 
+using namespace Vellmark::Service;
+
 namespace {
 
 using google::protobuf::Message;
 using google::protobuf::util::MessageDifferencer;
-using service_test::TempFolder;
+using Vellmark::ServiceTest::TempFolder;
 
 constexpr std::size_t kLimit = 16 * 1024;
 
 // The body of the largest frame that carries `value` as `resource`'s answer or update.
-std::size_t FrameBytesOf(VellmarkAdmin::ResourceInfo const& resource, Message const& value) {
+std::size_t FrameBytesOf(Vellmark::Admin::ResourceInfo const& resource, Message const& value) {
     IPCMessageEnvelope envelope;
     envelope.SetPayload(value);
     std::size_t bytes = 0;
@@ -69,7 +71,7 @@ Filler FillerOf(std::string const& resource) {
     return nullptr;  // the association: a status, nothing that grows
 }
 
-std::unique_ptr<Message> Filled(VellmarkAdmin::ResourceInfo const& resource, std::size_t size) {
+std::unique_ptr<Message> Filled(Vellmark::Admin::ResourceInfo const& resource, std::size_t size) {
     std::unique_ptr<Message> value(
         google::protobuf::MessageFactory::generated_factory()->GetPrototype(resource.type)->New());
     FillerOf(resource.name)(*value, size);
@@ -77,7 +79,7 @@ std::unique_ptr<Message> Filled(VellmarkAdmin::ResourceInfo const& resource, std
 }
 
 // The largest text that keeps `resource` within the limit.
-std::size_t LargestFitting(VellmarkAdmin::ResourceInfo const& resource) {
+std::size_t LargestFitting(Vellmark::Admin::ResourceInfo const& resource) {
     std::size_t size = kLimit - 64;
     while (FrameBytesOf(resource, *Filled(resource, size + 1)) <= kLimit) ++size;
     while (FrameBytesOf(resource, *Filled(resource, size)) > kLimit) --size;
@@ -90,16 +92,16 @@ protected:
     Store store{folder.File("store.db")};
     Catalog catalog{store, kLimit};
 
-    VellmarkAdmin::ResourceInfo const& Resource(char const* name) {
-        return *VellmarkAdmin::FindResource(name);
+    Vellmark::Admin::ResourceInfo const& Resource(char const* name) {
+        return *Vellmark::Admin::FindResource(name);
     }
-    bool Stored(VellmarkAdmin::ResourceInfo const& resource, Message const& value) {
+    bool Stored(Vellmark::Admin::ResourceInfo const& resource, Message const& value) {
         return MessageDifferencer::Equals(*catalog.Read(resource), value);
     }
 };
 
 TEST_F(FrameLimitTest, EveryResourceGrowsToTheLimitAndNotOneBytePast) {
-    for (auto const& resource : VellmarkAdmin::Resources()) {
+    for (auto const& resource : Vellmark::Admin::Resources()) {
         SCOPED_TRACE(resource.name);
         if (!FillerOf(resource.name)) {
             VellmarkPB::AccountAssociated association;
@@ -180,7 +182,7 @@ TEST_F(FrameLimitTest, PresetsAndAGVAAccountThatWouldNotFitAreRefused) {
 }
 
 TEST_F(FrameLimitTest, ASeedWithAResourceTooBigIsRefusedWhole) {
-    VellmarkAdmin::StoreDocument document;
+    Vellmark::Admin::StoreDocument document;
     document.mutable_persons()->add_person()->set_key("person-1");
     document.mutable_productsettings()->set_name(std::string(kLimit, 'n'));
     Changes changed;

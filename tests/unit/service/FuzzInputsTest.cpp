@@ -7,10 +7,12 @@
 #include "fuzz/ServiceSeeds.h"
 #include "fuzz/StoreLoadExercise.h"
 
+using namespace Vellmark::Fuzz;
+
 namespace {
 
 template <class Exercise>
-void Replay(std::vector<fuzz_seeds::Seed> const& seeds, std::string const& target,
+void Replay(std::vector<Vellmark::Fuzz::ServiceSeeds::Seed> const& seeds, std::string const& target,
             Exercise exercise) {
     for (auto const& seed : seeds) {
         SCOPED_TRACE(seed.name);
@@ -23,24 +25,24 @@ void Replay(std::vector<fuzz_seeds::Seed> const& seeds, std::string const& targe
 }
 
 TEST(FuzzInputs, EveryRequestSeedIsAnsweredAndTheirRegressionsStayFixed) {
-    auto const seeds = fuzz_seeds::ServiceRequestSeeds();
+    auto const seeds = Vellmark::Fuzz::ServiceSeeds::ServiceRequestSeeds();
     ASSERT_GE(seeds.size(), 15u);
     Replay(seeds, "service_request", ExerciseServiceRequests);
 }
 
 TEST(FuzzInputs, EveryAdminImportSeedIsAnswered) {
-    auto const seeds = fuzz_seeds::AdminImportSeeds();
-    ASSERT_EQ(seeds.size(), VellmarkAdmin::Resources().size() + 2);
+    auto const seeds = Vellmark::Fuzz::ServiceSeeds::AdminImportSeeds();
+    ASSERT_EQ(seeds.size(), Vellmark::Admin::Resources().size() + 2);
     Replay(seeds, "admin_import", ExerciseAdminImport);
 }
 
 TEST(FuzzInputs, StoreFilesLoadOrAreRefusedWhateverTheDamage) {
-    auto seeds = fuzz_seeds::StoreLoadSeeds();
+    auto seeds = Vellmark::Fuzz::ServiceSeeds::StoreLoadSeeds();
     ASSERT_EQ(seeds.size(), 2u);
     auto const& seeded = seeds[1].bytes;
     ASSERT_GT(seeded.size(), 4096u);
     // Cut short, and single bytes changed, at the header and at page boundaries.
-    std::vector<fuzz_seeds::Seed> damaged;
+    std::vector<Vellmark::Fuzz::ServiceSeeds::Seed> damaged;
     for (std::size_t at : {std::size_t(0), std::size_t(16), std::size_t(100), std::size_t(4096),
                            seeded.size() / 2, seeded.size() - 1}) {
         damaged.push_back({"cut at " + std::to_string(at), seeded.substr(0, at)});

@@ -21,42 +21,42 @@ bool Contains(std::string const& text, std::string const& part) {
 
 TEST(JsonTest, ParsesAValidDocument) {
     VellmarkPB::serviceAccounts account;
-    EXPECT_EQ(VellmarkJson::Parse(R"({"accountID": "a-1", "disabled": true})", account), "");
+    EXPECT_EQ(Vellmark::Json::Parse(R"({"accountID": "a-1", "disabled": true})", account), "");
     EXPECT_EQ(account.accountid(), "a-1");
     EXPECT_TRUE(account.disabled());
 }
 
 TEST(JsonTest, ReportsASyntaxError) {
     VellmarkPB::serviceAccounts account;
-    EXPECT_NE(VellmarkJson::Parse(R"({"accountID": "a-1",)", account), "");
-    EXPECT_NE(VellmarkJson::Parse("not json", account), "");
+    EXPECT_NE(Vellmark::Json::Parse(R"({"accountID": "a-1",)", account), "");
+    EXPECT_NE(Vellmark::Json::Parse("not json", account), "");
 }
 
 TEST(JsonTest, ReportsAnUnknownFieldByName) {
     VellmarkPB::serviceAccounts account;
     std::string const error =
-        VellmarkJson::Parse(R"({"accountID": "a-1", "favouriteColour": "blue"})", account);
+        Vellmark::Json::Parse(R"({"accountID": "a-1", "favouriteColour": "blue"})", account);
     EXPECT_TRUE(Contains(error, "favouriteColour")) << error;
 }
 
 TEST(JsonTest, ReportsAValueOfTheWrongType) {
     VellmarkPB::serviceAccounts account;
-    EXPECT_NE(VellmarkJson::Parse(R"({"disabled": "maybe"})", account), "");
-    EXPECT_NE(VellmarkJson::Parse(R"({"accountID": {"nested": 1}})", account), "");
+    EXPECT_NE(Vellmark::Json::Parse(R"({"disabled": "maybe"})", account), "");
+    EXPECT_NE(Vellmark::Json::Parse(R"({"accountID": {"nested": 1}})", account), "");
     VellmarkPB::sources list;
-    EXPECT_NE(VellmarkJson::Parse(R"({"source": 5})", list), "");
+    EXPECT_NE(Vellmark::Json::Parse(R"({"source": 5})", list), "");
 }
 
 TEST(JsonTest, NamesARequiredFieldLeftOut) {
     VellmarkPB::sources list;
     std::string const error =
-        VellmarkJson::Parse(R"({"source": [{"id": "s-1", "name": {"text": "Kitchen"}}]})", list);
+        Vellmark::Json::Parse(R"({"source": [{"id": "s-1", "name": {"text": "Kitchen"}}]})", list);
     EXPECT_TRUE(Contains(error, "sourceproviderid")) << error;
 }
 
 TEST(JsonTest, AcceptsARequiredFieldThatIsThere) {
     VellmarkPB::sources list;
-    EXPECT_EQ(VellmarkJson::Parse(
+    EXPECT_EQ(Vellmark::Json::Parse(
                   R"({"source": [{"id": "s-1", "sourceproviderid": {"text": "X"}}]})", list),
               "");
     ASSERT_EQ(list.source_size(), 1);
@@ -65,12 +65,12 @@ TEST(JsonTest, AcceptsARequiredFieldThatIsThere) {
 
 TEST(JsonTest, AcceptsSchemaNamesAndLowerCamelCaseNames) {
     VellmarkPB::sourceSettings schemaNamed;
-    ASSERT_EQ(VellmarkJson::Parse(
+    ASSERT_EQ(Vellmark::Json::Parse(
                   R"({"source_setting": [{"keyName": {"text": "k"}, "value": {"text": "v"}}]})",
                   schemaNamed),
               "");
     VellmarkPB::sourceSettings camelNamed;
-    ASSERT_EQ(VellmarkJson::Parse(
+    ASSERT_EQ(Vellmark::Json::Parse(
                   R"({"sourceSetting": [{"keyName": {"text": "k"}, "value": {"text": "v"}}]})",
                   camelNamed),
               "");
@@ -80,7 +80,7 @@ TEST(JsonTest, AcceptsSchemaNamesAndLowerCamelCaseNames) {
 }
 
 TEST(JsonTest, PrintThenParseGivesTheSameMessage) {
-    VellmarkAdmin::StoreDocument document;
+    Vellmark::Admin::StoreDocument document;
     auto* source = document.mutable_sources()->add_source();
     source->set_id("s-1");
     source->mutable_sourceproviderid()->set_text("SPOTIFY");
@@ -101,9 +101,9 @@ TEST(JsonTest, PrintThenParseGivesTheSameMessage) {
     document.mutable_association()->set_status(VellmarkPB::ASSOCIATED);
 
     for (bool const pretty : {false, true}) {
-        std::string const json = VellmarkJson::Print(document, pretty);
-        VellmarkAdmin::StoreDocument parsed;
-        ASSERT_EQ(VellmarkJson::Parse(json, parsed), "") << json;
+        std::string const json = Vellmark::Json::Print(document, pretty);
+        Vellmark::Admin::StoreDocument parsed;
+        ASSERT_EQ(Vellmark::Json::Parse(json, parsed), "") << json;
         EXPECT_TRUE(MessageDifferencer::Equals(document, parsed)) << json;
     }
 }
@@ -113,7 +113,7 @@ TEST(JsonTest, ParsingAnEmptyObjectClearsTheMessage) {
     account.set_accountid("a-1");
     account.set_name("old");
     account.mutable_tokens()->set_uid("u");
-    EXPECT_EQ(VellmarkJson::Parse("{}", account), "");
+    EXPECT_EQ(Vellmark::Json::Parse("{}", account), "");
     EXPECT_TRUE(MessageDifferencer::Equals(account, VellmarkPB::serviceAccounts()));
     EXPECT_EQ(account.ByteSizeLong(), 0u);
 }
@@ -122,10 +122,11 @@ TEST(JsonTest, ParsingAnEmptyObjectClearsTheMessage) {
 
 TEST(JsonTest, KeepsSnakeAndCamelCaseTokenFieldsApart) {
     VellmarkPB::serviceAccounts account;
-    ASSERT_EQ(VellmarkJson::Parse(R"({"tokens": {"refreshToken": "camel", "refresh_token": "snake",
+    ASSERT_EQ(
+        Vellmark::Json::Parse(R"({"tokens": {"refreshToken": "camel", "refresh_token": "snake",
                                                   "accessToken": "A", "access_token": "a"}})",
-                                  account),
-              "");
+                              account),
+        "");
     EXPECT_EQ(account.tokens().refreshtoken(), "camel");
     EXPECT_EQ(account.tokens().refresh_token(), "snake");
     EXPECT_EQ(account.tokens().accesstoken(), "A");

@@ -15,7 +15,7 @@
 
 namespace {
 
-using VellmarkAdmin::Mask;
+using Vellmark::Admin::Mask;
 
 std::string MaskedId(std::string const& id) {
     return Redact::RedactID(id, '-');
@@ -126,7 +126,7 @@ TEST(MaskingTest, MasksASourcesCredentialUserNameAccountAndPerson) {
 }
 
 TEST(MaskingTest, MasksSourcesDeepInsideADocument) {
-    VellmarkAdmin::StoreDocument document;
+    Vellmark::Admin::StoreDocument document;
     *document.mutable_sources()->add_source() = Source("account-1111111111", "person-aaaaaaaa");
     *document.mutable_voiceaccounts()->add_source() =
         Source("account-3333333333", "person-cccccccc");
@@ -169,10 +169,10 @@ TEST(MaskingTest, MaskingTwiceChangesNothingMore) {
 }
 
 TEST(MaskingTest, SecretValuesAreWhatMaskingHides) {
-    VellmarkAdmin::StoreDocument document;
+    Vellmark::Admin::StoreDocument document;
     *document.mutable_sources()->add_source() = Source("account-1111111111", "person-aaaaaaaa");
     *document.add_serviceaccounts() = FullAccount();
-    auto const secrets = VellmarkAdmin::SecretValues(document);
+    auto const secrets = Vellmark::Admin::SecretValues(document);
     auto const has = [&](std::string const& value) {
         return std::find(secrets.begin(), secrets.end(), value) != secrets.end();
     };
@@ -184,7 +184,7 @@ TEST(MaskingTest, SecretValuesAreWhatMaskingHides) {
     EXPECT_FALSE(has("3600"));
 
     Mask(document);
-    std::string const json = VellmarkJson::Print(document, false);
+    std::string const json = Vellmark::Json::Print(document, false);
     for (auto const& secret : secrets) EXPECT_EQ(json.find(secret), std::string::npos) << secret;
 }
 

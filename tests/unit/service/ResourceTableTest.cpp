@@ -7,7 +7,7 @@
 
 namespace {
 
-using namespace VellmarkAdmin;
+using namespace Vellmark::Admin;
 
 TEST(ResourceTableTest, EveryQueryLeadsBackToItsResource) {
     int queries = 0;

@@ -16,8 +16,8 @@ namespace {
 using google::protobuf::Descriptor;
 using google::protobuf::DescriptorPool;
 using google::protobuf::FieldDescriptor;
-using VellmarkAdmin::Sensitivity;
-using VellmarkAdmin::SensitivityOf;
+using Vellmark::Admin::Sensitivity;
+using Vellmark::Admin::SensitivityOf;
 
 // The schemas of the build, as the build lists them (VELLMARK_CLASSIFIED_SCHEMAS).
 std::vector<std::string> SchemaFiles() {
@@ -37,7 +37,7 @@ void ForEachMessage(Descriptor const* message, std::function<void(Descriptor con
 
 void ForEachField(std::function<void(FieldDescriptor const*)> const& f) {
     // Referenced so that the admin schema is linked in and registered.
-    VellmarkAdmin::StoreDocument::descriptor();
+    Vellmark::Admin::StoreDocument::descriptor();
     for (auto const& name : SchemaFiles()) {
         auto const* file = DescriptorPool::generated_pool()->FindFileByName(name);
         ASSERT_NE(file, nullptr) << name << " is not in the generated pool";
@@ -95,7 +95,7 @@ TEST(SensitivityTable, EveryWrapperIsHeldByAClassifiedField) {
 }
 
 TEST(SensitivityTable, EveryEntryNamesAFieldItCanClassify) {
-    for (auto const& [name, sensitivity] : VellmarkAdmin::SensitivityTable()) {
+    for (auto const& [name, sensitivity] : Vellmark::Admin::SensitivityTable()) {
         auto const* field = DescriptorPool::generated_pool()->FindFieldByName(name);
         ASSERT_NE(field, nullptr) << name << " names no field";
         if (IsText(field)) continue;

@@ -11,7 +11,7 @@
 #include <string>
 #include <system_error>
 
-namespace service_test {
+namespace Vellmark::ServiceTest {
 
 // A folder under /tmp, removed with everything in it when the object goes.
 class TempFolder {
@@ -88,4 +88,4 @@ inline void WriteBytes(std::string const& path, std::string const& bytes) {
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-}  // namespace service_test
+}  // namespace Vellmark::ServiceTest

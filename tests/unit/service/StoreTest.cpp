@@ -9,12 +9,14 @@
 
 #include "tests/unit/service/ServiceTestSupport.h"
 
+using namespace Vellmark::Service;
+
 namespace {
 
-using service_test::RawDatabase;
-using service_test::ReadBytes;
-using service_test::TempFolder;
-using service_test::WriteBytes;
+using Vellmark::ServiceTest::RawDatabase;
+using Vellmark::ServiceTest::ReadBytes;
+using Vellmark::ServiceTest::TempFolder;
+using Vellmark::ServiceTest::WriteBytes;
 
 VellmarkPB::serviceAccounts Account(std::string const& id, std::string const& name = "") {
     VellmarkPB::serviceAccounts account;

@@ -125,6 +125,8 @@ std::unordered_map<std::string, Sensitivity> const& Table() {
         {"Vellmark.Admin.Put.json", S::Token},
         {"Vellmark.Admin.Get.resource", S::NotSensitive},
         {"Vellmark.Admin.Seed.json", S::Token},
+        {"Vellmark.Admin.Push.resource", S::NotSensitive},
+        {"Vellmark.Admin.PushReport.resource", S::NotSensitive},
         {"Vellmark.Admin.Reply.error", S::FreeText},
         {"Vellmark.Admin.Reply.json", S::Token},
         {"Vellmark.Admin.Request.part", S::Token},

@@ -1,202 +1,113 @@
-// transport_bench: what the IPC transport and the client cost on this machine, against an
-// in-process "Vellmark" server in a temporary runtime folder.
+// transport_bench: what the product's path costs on this machine, beside the floor of the
+// same exchanges over a raw Unix socket, both measured in this run by this program.
 //
-// - ClientGetSources: one GetSources answered with 10 sources, from the calling thread
-//   through the client's task, the socket and the server back to the calling thread.
-// - SocketPairFloor: the same request and response bytes ping-ponged between two threads
-//   over a socket pair: what the round trip would cost with no framework at all.
-// - Notifications: source updates pushed by the server, each delivered to the subscriber
-//   and acknowledged back to the server.
-// - TaskPingPong, SourcesParse, SourcesCopy, ReplyEncode: the parts of the round trip
-//   alone (a hop to a task and back, and the protobuf work done per reply), to show where
-//   the client's time goes beyond the floor.
-// Latencies are kept per iteration and reported as median and 99th percentile; a plain
-// summary follows Google Benchmark's table. Google Benchmark's flags apply (--help).
-#include <benchmark/benchmark.h>
-#include <stdlib.h>
-#include <sys/socket.h>
-#include <unistd.h>
+// - round trip on the task: GetSources issued on the client's own task, vellmarkd in
+//   another process answering from its store, until the callback runs on the task;
+// - round trip from another thread: the same issued from the main thread, which waits for
+//   the callback to wake it;
+// - notifications: vellmarkd pushes the sources update (admin push), at most --window
+//   unacknowledged, to a subscriber that the client acknowledges each time; with the CPU
+//   time both processes spent per notification;
+// - floors (Floors.h): a raw client and server process exchanging the same frames.
+//
+// Every path is measured --rounds times, interleaved; the summary gives the median of the
+// rounds. It ends with three "summary:" lines. Run it on a quiet machine; compare ratios.
+#include <time.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <cstdio>
-#include <filesystem>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
-#include <system_error>
-#include <thread>
 #include <vector>
 
-#include "VellmarkMessageId.pb.h"
-#include "VellmarkSources.pb.h"
+#include "VellmarkAdmin.pb.h"
+#include "admin/AdminClient.h"
+#include "admin/Json.h"
+#include "bench/Floors.h"
+#include "bench/Payload.h"
+#include "bench/ServiceProcess.h"
 #include "client/VellmarkClientAPI.h"
 #include "platform/ipc/IPCDirectory.h"
-#include "platform/ipc/IPCServer.h"
-#include "platform/ipc/transport/FrameCodec.h"
-#include "platform/ipc/transport/FramedConnection.h"
 #include "platform/task/BreakThread.h"
 #include "platform/task/Task.h"
 
+namespace Vellmark::Bench {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 // The longest wait for any answer before the run is declared broken.
-constexpr auto kBound = 10s;
-constexpr int kSourceCount = 10;
-// Untimed round trips before each latency run, so that caches, allocators and the
-// scheduler have settled.
-constexpr int kWarmUpRoundTrips = 500;
-// Untimed notifications before the throughput run, for the same reason.
-constexpr std::uint64_t kWarmUpNotifications = 1000;
-// The request number put in the floor's frames: about where the client's numbering is
-// during the timed run, so the varint has the same length.
-constexpr std::uint64_t kSampleRequestNumber = 20000;
+constexpr auto kBound = 30s;
 
-// --- Payloads ---------------------------------------------------------------------------
-
-// Deterministic text that looks like an access token: base64 characters.
-std::string TokenText(std::size_t length, unsigned seed) {
-    static char const kAlphabet[] =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    text.reserve(length);
-    std::uint32_t state = 2654435761u * (seed + 1);
-    for (std::size_t i = 0; i < length; ++i) {
-        state = state * 1664525u + 1013904223u;
-        text.push_back(kAlphabet[(state >> 24) % 64]);
-    }
-    return text;
-}
-
-std::string Uuid(unsigned group, unsigned index) {
-    char text[40];
-    std::snprintf(text, sizeof text, "%08x-4c7a-4e21-9b3d-%012u", 0x3f6c2a1eu + group,
-                  100000u + index);
-    return text;
-}
-
-// Sources as the service holds them for a household: every field a real source carries.
-VellmarkPB::sources MakeSources(int count) {
-    struct Provider {
-        char const* type;
-        char const* id;
-        char const* name;
-    };
-    static Provider const kProviders[] = {{"MUSIC_SERVICE", "15", "Spotify"},
-                                          {"MUSIC_SERVICE", "25", "Deezer"},
-                                          {"RADIO", "11", "TuneIn"},
-                                          {"MUSIC_SERVICE", "36", "Amazon Music"},
-                                          {"VOICE_ASSISTANT", "40", "Assistant"}};
-    VellmarkPB::sources sources;
-    for (int i = 0; i < count; ++i) {
-        auto const index = static_cast<unsigned>(i);
-        Provider const& provider = kProviders[index % 5];
-        auto& source = *sources.add_source();
-        source.set_id(Uuid(0, index));
-        source.set_type(provider.type);
-        source.mutable_credential()->set_type("token_version_3");
-        source.mutable_credential()->set_text(TokenText(180, index));
-        source.mutable_name()->set_text("user" + std::to_string(i) + "@example.com");
-        source.mutable_username()->set_text("Household member " + std::to_string(i));
-        source.mutable_sourceproviderid()->set_text(provider.id);
-        source.mutable_sourcename()->set_text(provider.name);
-        auto& settings = *source.mutable_sourcesettings();
-        auto& explicitContent = *settings.add_source_setting();
-        explicitContent.mutable_keyname()->set_text("explicitContentFilter");
-        explicitContent.mutable_value()->set_text(i % 2 ? "true" : "false");
-        auto& quality = *settings.add_source_setting();
-        quality.mutable_keyname()->set_text("streamingQuality");
-        quality.mutable_value()->set_text("HIGH");
-        source.mutable_accountid()->set_text(Uuid(1, index));
-        source.mutable_updatedon()->set_text("2024-05-17T09:12:44.512Z");
-        source.mutable_createdon()->set_text("2023-11-02T18:40:03.087Z");
-        source.set_tarvpersonid(Uuid(2, index % 3));
-    }
-    return sources;
-}
-
-// The bytes one frame takes on the socket, built as the router and the server build it.
-std::string FrameBytes(Tarv::IPCFrame::Kind kind, unsigned int id, std::uint64_t number,
-                       IPCMessageEnvelope const& envelope) {
-    std::string bytes;
-    Tarv::AppendFrame(Tarv::MakeFrame(kind, id, envelope.Base(), number), bytes);
-    return bytes;
-}
-
-// --- Results ----------------------------------------------------------------------------
-
-struct Latency {
-    double medianUs = 0;
-    double p99Us = 0;
+struct Options {
+    int iterations = 20000;
+    int warmUp = 1000;
+    std::uint32_t notifications = 20000;
+    std::uint32_t window = 64;
+    int rounds = 3;
+    std::string vellmarkd = VELLMARKD_PATH;
 };
 
-struct Results {
-    std::optional<Latency> client;
-    std::optional<Latency> floor;
-    std::optional<Latency> taskHop;
-    std::optional<double> notificationsPerSecond;
-    // Single-threaded costs of the per-reply work, in microseconds.
-    std::optional<double> parseUs;
-    std::optional<double> copyUs;
-    std::optional<double> encodeUs;
+double Median(std::vector<double> values) {
+    if (values.empty()) return 0;
+    std::sort(values.begin(), values.end());
+    return values[(values.size() - 1) / 2];
+}
+
+double Percentile(std::vector<double> values, double fraction) {
+    if (values.empty()) return 0;
+    std::sort(values.begin(), values.end());
+    auto const index = static_cast<std::size_t>(fraction * static_cast<double>(values.size() - 1));
+    return values[index];
+}
+
+// CPU time of a whole process (all its threads), in seconds; 0 if it cannot be read.
+double CpuSeconds(pid_t pid) {
+    clockid_t clock;
+    if (pid == 0) {
+        clock = CLOCK_PROCESS_CPUTIME_ID;
+    } else if (::clock_getcpuclockid(pid, &clock) != 0) {
+        return 0;
+    }
+    timespec now{};
+    if (::clock_gettime(clock, &now) != 0) return 0;
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+// CPU seconds spent by this process and `other` between construction and Spent().
+class CpuMeter {
+public:
+    explicit CpuMeter(pid_t other)
+        : m_other(other), m_self(CpuSeconds(0)), m_peer(CpuSeconds(other)) {}
+    double Spent() const { return CpuSeconds(0) - m_self + CpuSeconds(m_other) - m_peer; }
+
+private:
+    pid_t const m_other;
+    double const m_self;
+    double const m_peer;
 };
-Results g_results;
-
-// Nearest-rank percentiles of the samples (seconds), in microseconds.
-Latency Summarize(std::vector<double> samples) {
-    Latency latency;
-    if (samples.empty()) return latency;
-    std::sort(samples.begin(), samples.end());
-    auto rank = [&](double fraction) {
-        auto const n = static_cast<double>(samples.size());
-        auto index = static_cast<std::size_t>(fraction * n + 0.999999);
-        index = std::clamp<std::size_t>(index, 1, samples.size());
-        return samples[index - 1] * 1e6;
-    };
-    latency.medianUs = rank(0.5);
-    latency.p99Us = rank(0.99);
-    return latency;
-}
-
-void Report(benchmark::State& state, std::vector<double> const& samples,
-            std::optional<Latency>& into) {
-    if (state.error_occurred() || samples.empty()) return;
-    Latency const latency = Summarize(samples);
-    state.counters["median_us"] = latency.medianUs;
-    state.counters["p99_us"] = latency.p99Us;
-    into = latency;
-}
-
-// --- The client and its server ----------------------------------------------------------
 
 // A count that other threads raise and one thread waits on.
 class Tally {
 public:
     void Add() {
-        std::uint64_t reached;
-        std::uint64_t awaited;
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            reached = ++m_count;
-            awaited = m_awaited;
-        }
-        // Only the increment the waiter asked for wakes it: waking on every one would
-        // make the waiting thread compete with the threads being measured.
-        if (reached == awaited) m_reached.notify_one();
+        std::lock_guard<std::mutex> lock(m_mutex);
+        ++m_count;
+        // Only the increment the waiter asked for wakes it.
+        if (m_count == m_awaited) m_reached.notify_one();
     }
     std::uint64_t Count() const {
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_count;
     }
-    // True once the count is at least `count`; false if kBound passed first.
     bool WaitFor(std::uint64_t count) {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_awaited = count;
@@ -210,411 +121,255 @@ private:
     std::uint64_t m_awaited = 0;
 };
 
-// A temporary runtime folder that the directory uses while the object lives.
-class RuntimeFolder {
+// The client of the product, on a task of its own, subscribed to the sources, talking to a
+// vellmarkd process.
+class ClientSide {
 public:
-    RuntimeFolder() {
-        char pattern[] = "/tmp/vellmark-bench-XXXXXX";
-        if (char const* made = ::mkdtemp(pattern)) m_path = made;
-        if (!m_path.empty()) IPCDirectory::Get().SetRuntimeFolder(m_path);
-    }
-    ~RuntimeFolder() {
-        if (m_path.empty()) return;
-        IPCDirectory::Get().SetRuntimeFolder("");
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-    RuntimeFolder(RuntimeFolder const&) = delete;
-    RuntimeFolder& operator=(RuntimeFolder const&) = delete;
-
-    std::string const& Path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
-
-// The server, the task and the client, with the counters their callbacks raise.
-class Bench {
-public:
-    Bench()
-        : m_sources(Envelope(MakeSources(kSourceCount))),
-          m_requestFrame(FrameBytes(Tarv::IPCFrame::REQUEST,
-                                    VellmarkPB::VELLMARK_MESSAGE_GET_SOURCES, kSampleRequestNumber,
-                                    Envelope(VellmarkPB::sources()))),  // the query sends none
-          m_responseFrame(FrameBytes(Tarv::IPCFrame::RESPONSE,
-                                     VellmarkPB::VELLMARK_MESSAGE_GET_SOURCES, kSampleRequestNumber,
-                                     m_sources)),
-          m_updateFrame(FrameBytes(Tarv::IPCFrame::NOTIFICATION,
-                                   VellmarkPB::VELLMARK_MESSAGE_SOURCES_UPDATE, 0, m_sources)),
-          m_onReply([this](VellmarkPB::sources const& sources) {
-              m_lastReplySize.store(sources.source_size(), std::memory_order_relaxed);
-              m_replies.Add();
-          }),
-          m_server("Vellmark", Handlers()),
-          m_task("bench"),
-          m_client(std::make_unique<VellmarkClientAPI>(&m_task)) {}
-
-    // The client goes before the task that runs its callbacks, the server last.
-    ~Bench() {
-        m_client.reset();
-        m_task.Stop();
-        m_server.Stop();
-    }
-    Bench(Bench const&) = delete;
-    Bench& operator=(Bench const&) = delete;
-
-    // Subscribes to source updates and waits for the first GetSources answer: once it is
-    // in, the client is connected and, since its task works in order, the subscription is
-    // attached. An error message if not.
-    std::optional<std::string> Prepare() {
-        m_client->SubscribeSourcesRequest("", [this](VellmarkPB::sources const&) {
-            m_delivered.fetch_add(1, std::memory_order_relaxed);
-        });
-        if (!RoundTrip()) {
-            return "no answer to GetSources within 10 s: the client did not connect to " +
-                   IPCDirectory::Get().Lookup("Vellmark")->Path();
-        }
-        if (m_lastReplySize.load() != kSourceCount) {
-            return "GetSources answered with " + std::to_string(m_lastReplySize.load()) +
-                   " sources instead of " + std::to_string(kSourceCount);
-        }
-        auto const sessions = m_server.Sessions();
-        if (sessions.size() != 1) {
-            return "the server has " + std::to_string(sessions.size()) +
-                   " connections instead of 1";
-        }
-        m_session = sessions.front();
-        return std::nullopt;
+    explicit ClientSide(ServiceProcess const& service)
+        : m_service(service), m_task("bench"), m_client(&m_task) {
+        m_client.SubscribeSourcesRequest("",
+                                         [this](VellmarkPB::sources const&) { m_updates.Add(); });
+        m_onReply = [this](VellmarkPB::sources const& sources) {
+            m_lastReplySize = sources.source_size();
+            m_replies.Add();
+        };
     }
 
-    // One GetSources, from the call until its callback has run on the task and woken this
-    // thread. False if no answer came within kBound.
-    bool RoundTrip() {
-        std::uint64_t const awaited = m_replies.Count() + 1;
-        m_client->GetSources(m_onReply);
-        return m_replies.WaitFor(awaited);
+    ~ClientSide() { m_task.Stop(); }
+
+    // Once this returns true the client is connected and subscribed: its task works in order.
+    bool Ready() {
+        std::vector<double> ignored;
+        return FromOtherThread(1, ignored) && m_lastReplySize == kSourceCount;
     }
 
-    // Pushes `count` source updates and waits until the subscriber has had each and the
-    // server has each acknowledgement. False if the connection dropped an update or the
-    // acknowledgements stopped coming.
-    bool PushUpdates(std::uint64_t count) {
-        // At most `window` updates are unacknowledged at any time: up to 500, and no more
-        // than a quarter of the 4 MiB send queue's worth (200 of these 5 KB updates). Without
-        // that bound the server would queue updates far faster than the client takes them
-        // in, and once its send queue for the connection passed 4 MiB it would drop the
-        // client as a peer that does not read. Sending in batches inside the window keeps
-        // the pipeline full while measuring the steady rate, not a burst into buffers.
-        std::uint64_t const window = std::clamp<std::uint64_t>(
-            Tarv::ConnectionLimits::kMaxQueuedBytes / 4 / m_updateFrame.size(), 2, 500);
-        std::uint64_t const batch = std::max<std::uint64_t>(window / 5, 1);
-        std::uint64_t const base = m_acks.Count();
-        std::uint64_t const deliveredBase = m_delivered.load();
-        std::uint64_t sent = 0;
-        while (sent < count) {
-            std::uint64_t const batchEnd = std::min(count, sent + batch);
-            if (batchEnd > window && !m_acks.WaitFor(base + batchEnd - window)) return false;
-            for (; sent < batchEnd; ++sent) {
-                if (!m_session->Notify(VellmarkPB::VELLMARK_MESSAGE_SOURCES_UPDATE, m_sources)) {
-                    return false;
+    // `count` GetSources, each issued on the task when the previous one's callback ran there.
+    bool OnTask(int count, std::vector<double>& samples) {
+        struct Run {
+            int remaining;
+            Clock::time_point start;
+            std::vector<double>* samples;
+            std::promise<void> done;
+            std::function<void()> next;
+        };
+        auto run = std::make_shared<Run>();
+        run->remaining = count;
+        run->samples = &samples;
+        run->next = [this, run] {
+            run->start = Clock::now();
+            m_client.GetSources([run](VellmarkPB::sources const&) {
+                run->samples->push_back(
+                    std::chrono::duration<double>(Clock::now() - run->start).count());
+                if (--run->remaining > 0) {
+                    run->next();
+                } else {
+                    run->done.set_value();
+                    run->next = nullptr;  // lets go of `run`
                 }
-            }
-        }
-        if (!m_acks.WaitFor(base + count)) return false;
-        // Each acknowledgement follows its subscriber call, so all were delivered.
-        return m_delivered.load() - deliveredBase == count;
+            });
+        };
+        auto finished = run->done.get_future();
+        IL::BreakThread([run] { run->next(); }, &m_task);
+        return finished.wait_for(kBound) == std::future_status::ready;
     }
 
-    IPCMessageEnvelope const& SourcesEnvelope() const { return m_sources; }
-    std::string const& RequestFrame() const { return m_requestFrame; }
-    std::string const& ResponseFrame() const { return m_responseFrame; }
-    std::string const& UpdateFrame() const { return m_updateFrame; }
+    // `count` GetSources from this thread, each waiting for its callback to wake it.
+    bool FromOtherThread(int count, std::vector<double>& samples) {
+        for (int i = 0; i < count; ++i) {
+            auto const start = Clock::now();
+            std::uint64_t const awaited = m_replies.Count() + 1;
+            m_client.GetSources(m_onReply);
+            if (!m_replies.WaitFor(awaited)) return false;
+            samples.push_back(std::chrono::duration<double>(Clock::now() - start).count());
+        }
+        return true;
+    }
+
+    // Has vellmarkd push `count` updates with `window`; the seconds it took, once every one
+    // reached the subscriber and came back acknowledged.
+    std::optional<double> Push(Vellmark::Admin::AdminClient& admin, std::uint32_t count,
+                               std::uint32_t window) {
+        Vellmark::Admin::Request request;
+        request.mutable_push()->set_resource("sources");
+        request.mutable_push()->set_count(count);
+        request.mutable_push()->set_window(window);
+        std::uint64_t const before = m_updates.Count();
+        auto const start = Clock::now();
+        std::string const json = admin.Command(request);
+        double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        Vellmark::Admin::PushReport report;
+        if (!Vellmark::Json::Parse(json, report).empty() || report.clients() != 1 ||
+            report.acknowledged() != count || m_updates.Count() - before != count) {
+            return std::nullopt;
+        }
+        return seconds;
+    }
 
 private:
-    IPCServer::Handlers Handlers() {
-        IPCServer::Handlers handlers;
-        handlers.onRequest = [this](IPCRequest const& request) {
-            if (request.id == VellmarkPB::VELLMARK_MESSAGE_GET_SOURCES) request.Respond(m_sources);
-        };
-        handlers.onMessage = [this](IPCServer::SessionPtr const&, unsigned int id,
-                                    IPCMessageEnvelope const&) {
-            if (id == VellmarkPB::VELLMARK_MESSAGE_CLOUDSYNC_RECEIVED) m_acks.Add();
-        };
-        return handlers;
-    }
-
-    static IPCMessageEnvelope Envelope(google::protobuf::Message const& payload) {
-        IPCMessageEnvelope envelope;
-        envelope.SetPayload(payload);
-        return envelope;
-    }
-
-    // Used by the server's and the client's callbacks: declared, so made, before them.
-    // The same sources answer every query and make every update.
-    IPCMessageEnvelope const m_sources;
-    std::string const m_requestFrame;
-    std::string const m_responseFrame;
-    std::string const m_updateFrame;
-    Tally m_replies;
-    Tally m_acks;
-    std::atomic<std::uint64_t> m_delivered{0};
-    std::atomic<int> m_lastReplySize{0};
-    Callback<VellmarkPB::sources> const m_onReply;
-
-    IPCServer m_server;
+    ServiceProcess const& m_service;
     IL::Task m_task;
-    std::unique_ptr<VellmarkClientAPI> m_client;
-    IPCServer::SessionPtr m_session;
+    VellmarkClientAPI m_client;
+    Tally m_replies;
+    Tally m_updates;
+    int m_lastReplySize = 0;
+    Callback<VellmarkPB::sources> m_onReply;
 };
 
-Bench* g_bench = nullptr;
+struct Round {
+    double floorUs = 0;
+    double onTaskUs = 0;
+    double otherThreadUs = 0;
+    double floorPerS = 0;
+    double floorCpuUs = 0;
+    double perS = 0;
+    double cpuUs = 0;
+};
 
-// --- Socket-pair floor ------------------------------------------------------------------
-
-bool WriteAll(int fd, std::string const& bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        ssize_t const n = ::send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
+void Fail(std::string const& what) {
+    throw std::runtime_error(what);
 }
 
-bool ReadExactly(int fd, char* buffer, std::size_t size) {
-    std::size_t done = 0;
-    while (done < size) {
-        ssize_t const n = ::recv(fd, buffer + done, size - done, 0);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
-}
-
-// --- Benchmarks -------------------------------------------------------------------------
-
-// Runs `roundTrip` untimed kWarmUpRoundTrips times, then once per iteration, timing each;
-// stores the median and 99th percentile in `into`. `failure` names a round trip that
-// returned false.
-template <class RoundTrip>
-void MeasureRoundTrips(benchmark::State& state, char const* failure, std::optional<Latency>& into,
-                       RoundTrip roundTrip) {
-    for (int i = 0; i < kWarmUpRoundTrips; ++i) {
-        if (!roundTrip()) {
-            state.SkipWithError(failure);
-            return;
-        }
-    }
+// Latency samples: warm-up first, untimed.
+template <class Measure>
+double MeasureLatency(char const* what, Options const& options, pid_t peer, Measure measure) {
     std::vector<double> samples;
-    samples.reserve(static_cast<std::size_t>(state.max_iterations));
-    for (auto _ : state) {
-        auto const start = Clock::now();
-        bool const completed = roundTrip();
-        auto const end = Clock::now();
-        if (!completed) {
-            state.SkipWithError(failure);
-            break;
-        }
-        double const seconds = std::chrono::duration<double>(end - start).count();
-        state.SetIterationTime(seconds);
-        samples.push_back(seconds);
+    samples.reserve(static_cast<std::size_t>(std::max(options.iterations, options.warmUp)));
+    if (!measure(options.warmUp, samples)) Fail(std::string(what) + ": no answer within 30 s");
+    samples.clear();
+    CpuMeter const cpu(peer);
+    if (!measure(options.iterations, samples)) Fail(std::string(what) + ": no answer within 30 s");
+    double const cpuUs = cpu.Spent() * 1e6 / options.iterations;
+    std::printf("  %-26s median %7.1f us  p99 %7.1f us  cpu %6.1f us/op\n", what,
+                Median(samples) * 1e6, Percentile(samples, 0.99) * 1e6, cpuUs);
+    return Median(samples) * 1e6;
+}
+
+template <class Push>
+void MeasureNotifications(char const* what, Options const& options, pid_t peer, Push push,
+                          double& perS, double& cpuUs) {
+    if (!push(std::min<std::uint32_t>(options.notifications, 2000))) {
+        Fail(std::string(what) + ": updates lost or not acknowledged");
     }
-    Report(state, samples, into);
-}
-
-void ClientGetSources(benchmark::State& state) {
-    MeasureRoundTrips(state, "no answer to GetSources within 10 s", g_results.client,
-                      [] { return g_bench->RoundTrip(); });
-}
-
-void SocketPairFloor(benchmark::State& state) {
-    std::string const& request = g_bench->RequestFrame();
-    std::string const& response = g_bench->ResponseFrame();
-    int fds[2];
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
-        state.SkipWithError("socketpair failed");
-        return;
-    }
-    // The answering side: takes a whole request, sends back a whole response, until the
-    // other side shuts its end.
-    std::thread peer([fd = fds[1], &request, &response] {
-        std::string in(request.size(), '\0');
-        while (ReadExactly(fd, in.data(), in.size()) && WriteAll(fd, response)) {
-        }
-        ::shutdown(fd, SHUT_RDWR);  // so that a waiting reader sees the end
-    });
-    std::string in(response.size(), '\0');
-    MeasureRoundTrips(state, "socket pair ping-pong failed", g_results.floor, [&] {
-        return WriteAll(fds[0], request) && ReadExactly(fds[0], in.data(), in.size());
-    });
-    ::shutdown(fds[0], SHUT_WR);
-    peer.join();
-    ::close(fds[0]);
-    ::close(fds[1]);
-}
-
-// Each iteration pushes range(0) updates and waits for all of them to be delivered and
-// acknowledged.
-void Notifications(benchmark::State& state) {
-    Bench& bench = *g_bench;
-    auto const count = static_cast<std::uint64_t>(state.range(0));
-    if (!bench.PushUpdates(kWarmUpNotifications)) {
-        state.SkipWithError("updates lost or not acknowledged within 10 s");
-        return;
-    }
-    double total = 0;
-    std::uint64_t pushed = 0;
-    for (auto _ : state) {
-        auto const start = Clock::now();
-        bool const done = bench.PushUpdates(count);
-        auto const end = Clock::now();
-        if (!done) {
-            state.SkipWithError("updates lost or not acknowledged within 10 s");
-            break;
-        }
-        double const seconds = std::chrono::duration<double>(end - start).count();
-        state.SetIterationTime(seconds);
-        total += seconds;
-        pushed += count;
-    }
-    if (state.error_occurred() || total <= 0) return;
-    double const rate = static_cast<double>(pushed) / total;
-    state.counters["notifications_per_s"] = rate;
-    g_results.notificationsPerSecond = rate;
-}
-
-// A hop to a task and back, with no work: an entry posted to an IL::Task wakes the poster.
-// The client's round trip takes this pair of hops on top of the socket's.
-void TaskPingPong(benchmark::State& state) {
-    IL::Task task("bench-hop");
-    Tally ran;
-    std::function<void()> const signal = [&ran] { ran.Add(); };
-    MeasureRoundTrips(state, "the task did not run an entry within 10 s", g_results.taskHop, [&] {
-        std::uint64_t const awaited = ran.Count() + 1;
-        IL::BreakThread(signal, &task);
-        return ran.WaitFor(awaited);
-    });
-    task.Stop();
-}
-
-// The work each reply takes besides moving bytes, measured alone on one thread.
-
-// Times the whole loop of `state` around `body`, and stores the mean in `into`.
-template <class Body>
-void TimeEach(benchmark::State& state, std::optional<double>& into, Body body) {
+    CpuMeter const cpu(peer);
     auto const start = Clock::now();
-    for (auto _ : state) body();
-    auto const end = Clock::now();
-    if (state.iterations() > 0) {
-        into = std::chrono::duration<double, std::micro>(end - start).count() /
-               static_cast<double>(state.iterations());
-    }
+    if (!push(options.notifications))
+        Fail(std::string(what) + ": updates lost or not acknowledged");
+    double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    perS = options.notifications / seconds;
+    cpuUs = cpu.Spent() * 1e6 / options.notifications;
+    std::printf("  %-26s %9.0f /s  cpu %6.1f us/notification\n", what, perS, cpuUs);
 }
 
-// The router on the IO thread: the payload parsed into a new message, later destroyed.
-void SourcesParse(benchmark::State& state) {
-    IPCMessageEnvelope const& envelope = g_bench->SourcesEnvelope();
-    TimeEach(state, g_results.parseUs, [&] {
-        VellmarkPB::sources message;
-        envelope.GetPayload(message);
-        benchmark::DoNotOptimize(message);
-    });
+Round MeasureRound(Options const& options, std::string const& self, ServiceProcess const& service,
+                   ClientSide& client, Vellmark::Admin::AdminClient& admin) {
+    Round round;
+    {
+        FloorServer server(self, "round-trip");
+        round.floorUs = MeasureLatency("floor round trip", options, server.Pid(),
+                                       [&](int count, std::vector<double>& samples) {
+                                           return FloorRoundTrips(server, count, samples);
+                                       });
+    }
+    round.onTaskUs = MeasureLatency(
+        "round trip on the task", options, service.Pid(),
+        [&](int count, std::vector<double>& samples) { return client.OnTask(count, samples); });
+    round.otherThreadUs = MeasureLatency("round trip, other thread", options, service.Pid(),
+                                         [&](int count, std::vector<double>& samples) {
+                                             return client.FromOtherThread(count, samples);
+                                         });
+    {
+        FloorServer server(self, "push");
+        MeasureNotifications(
+            "floor push", options, server.Pid(),
+            [&](std::uint32_t count) { return FloorPush(server, count, options.window); },
+            round.floorPerS, round.floorCpuUs);
+    }
+    MeasureNotifications(
+        "notifications", options, service.Pid(),
+        [&](std::uint32_t count) { return client.Push(admin, count, options.window).has_value(); },
+        round.perS, round.cpuUs);
+    return round;
 }
 
-// AsyncCallback's entry: its own copy of the parsed message, destroyed on the task.
-void SourcesCopy(benchmark::State& state) {
-    VellmarkPB::sources parsed;
-    g_bench->SourcesEnvelope().GetPayload(parsed);
-    TimeEach(state, g_results.copyUs, [&] {
-        VellmarkPB::sources copy(parsed);
-        benchmark::DoNotOptimize(copy);
-    });
+double MedianOf(std::vector<Round> const& rounds, double Round::*field) {
+    std::vector<double> values;
+    for (auto const& round : rounds) values.push_back(round.*field);
+    return Median(values);
 }
 
-// The server's answer: the envelope copied into a frame, then encoded.
-void ReplyEncode(benchmark::State& state) {
-    IPCMessageEnvelope const& envelope = g_bench->SourcesEnvelope();
-    TimeEach(state, g_results.encodeUs, [&] {
-        std::string bytes =
-            FrameBytes(Tarv::IPCFrame::RESPONSE, VellmarkPB::VELLMARK_MESSAGE_GET_SOURCES,
-                       kSampleRequestNumber, envelope);
-        benchmark::DoNotOptimize(bytes);
-    });
-}
-
-BENCHMARK(ClientGetSources)->Iterations(20000)->UseManualTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(SocketPairFloor)->Iterations(20000)->UseManualTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(Notifications)->Arg(20000)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(TaskPingPong)->Iterations(20000)->UseManualTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(SourcesParse)->MinTime(0.2)->Unit(benchmark::kMicrosecond);
-BENCHMARK(SourcesCopy)->MinTime(0.2)->Unit(benchmark::kMicrosecond);
-BENCHMARK(ReplyEncode)->MinTime(0.2)->Unit(benchmark::kMicrosecond);
-
-void PrintSummary(Bench const& bench) {
-    if (!g_results.client && !g_results.floor && !g_results.notificationsPerSecond) return;
-    std::printf("\nFrames: request %zu bytes, response %zu bytes, update %zu bytes (%d sources)\n",
-                bench.RequestFrame().size(), bench.ResponseFrame().size(),
-                bench.UpdateFrame().size(), kSourceCount);
-    if (g_results.client) {
-        std::printf("GetSources round trip (client, %d sources): median %.1f us, p99 %.1f us\n",
-                    kSourceCount, g_results.client->medianUs, g_results.client->p99Us);
+int Run(Options const& options, std::string const& self) {
+    ServiceProcess service(options.vellmarkd);
+    IPCDirectory::Get().SetRuntimeFolder(service.Folder());
+    ClientSide client(service);
+    if (!client.Ready()) {
+        Fail("vellmarkd did not answer GetSources with " + std::to_string(kSourceCount) +
+             " sources within 30 s; its log:\n" + service.LogTail());
     }
-    if (g_results.floor) {
-        std::printf("Socket-pair ping-pong floor (same bytes):   median %.1f us, p99 %.1f us\n",
-                    g_results.floor->medianUs, g_results.floor->p99Us);
+    Vellmark::Admin::AdminClient admin(kBound);
+    std::printf(
+        "transport_bench: %d round trips and %u notifications (window %u) per path, "
+        "%d rounds; payload %zu bytes\n",
+        options.iterations, options.notifications, options.window, options.rounds,
+        MakeSources().ByteSizeLong());
+    std::vector<Round> rounds;
+    for (int i = 0; i < options.rounds; ++i) {
+        std::printf("round %d\n", i + 1);
+        rounds.push_back(MeasureRound(options, self, service, client, admin));
+        std::fflush(stdout);
     }
-    if (g_results.client && g_results.floor && g_results.floor->medianUs > 0 &&
-        g_results.floor->p99Us > 0) {
-        std::printf("Ratio client/floor: median %.2fx, p99 %.2fx\n",
-                    g_results.client->medianUs / g_results.floor->medianUs,
-                    g_results.client->p99Us / g_results.floor->p99Us);
-    }
-    if (g_results.notificationsPerSecond) {
-        std::printf("Notifications delivered with acknowledgement: %.0f /s\n",
-                    *g_results.notificationsPerSecond);
-    }
-    if (g_results.taskHop) {
-        std::printf("Task hop and back (no work):                median %.1f us, p99 %.1f us\n",
-                    g_results.taskHop->medianUs, g_results.taskHop->p99Us);
-    }
-    if (g_results.parseUs && g_results.copyUs && g_results.encodeUs) {
-        std::printf(
-            "Per reply, alone on one thread: parse %.1f us, copy %.1f us, "
-            "server frame encode %.1f us\n",
-            *g_results.parseUs, *g_results.copyUs, *g_results.encodeUs);
-    }
-    std::fflush(stdout);
+    double const floorUs = MedianOf(rounds, &Round::floorUs);
+    double const onTaskUs = MedianOf(rounds, &Round::onTaskUs);
+    double const otherUs = MedianOf(rounds, &Round::otherThreadUs);
+    double const perS = MedianOf(rounds, &Round::perS);
+    double const floorPerS = MedianOf(rounds, &Round::floorPerS);
+    std::printf("summary: round-trip-on-task median_us=%.1f floor_us=%.1f ratio=%.2f\n", onTaskUs,
+                floorUs, onTaskUs / floorUs);
+    std::printf("summary: round-trip-other-thread median_us=%.1f floor_us=%.1f ratio=%.2f\n",
+                otherUs, floorUs, otherUs / floorUs);
+    std::printf(
+        "summary: notifications per_s=%.0f floor_per_s=%.0f ratio=%.2f cpu_us=%.1f "
+        "floor_cpu_us=%.1f\n",
+        perS, floorPerS, perS / floorPerS, MedianOf(rounds, &Round::cpuUs),
+        MedianOf(rounds, &Round::floorCpuUs));
+    return 0;
 }
 
 }  // namespace
+}  // namespace Vellmark::Bench
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-
-    RuntimeFolder folder;
-    if (folder.Path().empty()) {
-        std::fprintf(stderr, "transport_bench: cannot make a runtime folder under /tmp\n");
+    using namespace Vellmark::Bench;
+    CLI::App app(
+        "transport_bench: the product's round trips and notifications, vellmarkd in another "
+        "process, beside a raw Unix-socket floor measured in the same run. Ends with three "
+        "\"summary:\" lines.");
+    Options options;
+    std::string floorMode;
+    int floorFd = -1;
+    app.add_option("--iterations", options.iterations, "timed round trips per path and round")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 10000000));
+    app.add_option("--warm-up", options.warmUp, "untimed round trips before each path")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 10000000));
+    app.add_option("--notifications", options.notifications, "timed notifications per round")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 100000000u));
+    app.add_option("--window", options.window, "unacknowledged notifications at most")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 100000u));
+    app.add_option("--rounds", options.rounds, "measurements of every path, interleaved")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 100));
+    app.add_option("--vellmarkd", options.vellmarkd, "the service program")->capture_default_str();
+    app.add_option("--floor-server", floorMode)->group("");  // the floor's child process
+    app.add_option("--floor-fd", floorFd)->group("");
+    CLI11_PARSE(app, argc, argv);
+    if (!floorMode.empty()) return ServeFloor(floorMode, floorFd);
+    try {
+        return Run(options, "/proc/self/exe");
+    } catch (std::exception const& e) {
+        std::fprintf(stderr, "transport_bench: %s\n", e.what());
         return 1;
     }
-    int status = 0;
-    try {
-        Bench bench;
-        if (auto const error = bench.Prepare()) {
-            std::fprintf(stderr, "transport_bench: %s\n", error->c_str());
-            status = 1;
-        } else {
-            g_bench = &bench;
-            benchmark::RunSpecifiedBenchmarks();
-            g_bench = nullptr;
-            PrintSummary(bench);
-        }
-    } catch (std::system_error const& e) {
-        std::fprintf(stderr, "transport_bench: cannot serve Vellmark: %s\n", e.what());
-        status = 1;
-    }
-    benchmark::Shutdown();
-    return status;
 }

@@ -60,26 +60,76 @@ bool HasErrorPath(unsigned int id) {
 
 void VellmarkService::HandleAdmin(IPCRequest const& request) {
     Vellmark::Admin::Request command;
-    Vellmark::Admin::Reply reply;
     if ((request.envelope.has_payload_type_name() &&
          request.envelope.payload_type_name() != command.GetDescriptor()->name()) ||
         !request.envelope.GetPayload(command)) {
-        reply = Refused("not an admin request");
-    } else {
-        // Replies are cut to fit the smaller of the two ends' frames.
-        std::size_t limit = m_maxFrameBytes;
-        if (command.maxframebytes() > 0) {
-            limit = std::clamp<std::size_t>(command.maxframebytes(), IPCFrameLimit::kMinFrameBytes,
-                                            m_maxFrameBytes);
-        }
-        auto step = m_adminSlices.Receive(request.session->Id(), command);
-        reply = step.run ? m_adminSlices.Send(request.session->Id(),
-                                              RunAdmin(*step.run, request.session), limit)
-                         : step.reply;
+        return RespondAdmin(request, Refused("not an admin request"), m_maxFrameBytes);
     }
+    // Replies are cut to fit the smaller of the two ends' frames.
+    std::size_t limit = m_maxFrameBytes;
+    if (command.maxframebytes() > 0) {
+        limit = std::clamp<std::size_t>(command.maxframebytes(), IPCFrameLimit::kMinFrameBytes,
+                                        m_maxFrameBytes);
+    }
+    auto step = m_adminSlices.Receive(request.session->Id(), command);
+    if (!step.run) return RespondAdmin(request, step.reply, limit);
+    if (step.run->has_push()) return StartPush(*step.run, request, limit);
+    RespondAdmin(request, RunAdmin(*step.run, request.session), limit);
+}
+
+void VellmarkService::RespondAdmin(IPCRequest const& request, Vellmark::Admin::Reply const& reply,
+                                   std::size_t limit) {
     IPCMessageEnvelope envelope;
-    envelope.SetPayload(reply);
+    envelope.SetPayload(m_adminSlices.Send(request.session->Id(), reply, limit));
     request.Respond(envelope);
+}
+
+void VellmarkService::StartPush(Vellmark::Admin::Request const& command, IPCRequest const& request,
+                                std::size_t limit) {
+    auto const& push = command.push();
+    auto const* resource = Vellmark::Admin::FindResource(push.resource());
+    if (!resource || resource->updateId == 0) {
+        return RespondAdmin(
+            request, Refused("no resource with updates called \"" + push.resource() + "\""), limit);
+    }
+    if (m_push) m_push->Abandon();  // its requester hears so; this one takes over
+    IPCMessageEnvelope update;
+    try {
+        update.SetPayload(*m_catalog.Read(*resource));
+    } catch (StoreError const& error) {
+        return RespondAdmin(request, Refused("the service's store failed: " + error.Reason()),
+                            limit);
+    }
+    Vellmark::Admin::PushReport identity;
+    identity.set_resource(resource->name);
+    identity.set_messageid(resource->updateId);
+    unsigned int const id = resource->updateId;
+    auto send = [this, id, update](std::shared_ptr<IPCServerSession> const& session) {
+        return m_monitor.Send(session->Id(), "notification", id, update,
+                              [&] { return session->Notify(id, update); });
+    };
+    auto done = [this, request, limit, pretty = command.pretty()](
+                    Vellmark::Admin::PushReport const& report, bool abandoned) {
+        Log().Log(DPrint::Flow, "push of %s %s: %llu updates to %llu clients, %llu acknowledged",
+                  report.resource().c_str(), abandoned ? "abandoned" : "done",
+                  static_cast<unsigned long long>(report.pushed()),
+                  static_cast<unsigned long long>(report.clients()),
+                  static_cast<unsigned long long>(report.acknowledged()));
+        RespondAdmin(request,
+                     abandoned ? Refused("push abandoned: another push started")
+                               : Ok(Vellmark::Json::Print(report, pretty)),
+                     limit);
+    };
+    m_push = std::make_unique<UpdatePush>(identity, push.has_count() ? push.count() : 1000,
+                                          push.has_window() ? push.window() : 64, send, done);
+    Log().Log(DPrint::Flow, "pushing %s to %zu clients", resource->name,
+              m_server->Sessions().size());
+    m_push->Start(m_server->Sessions());
+    EndFinishedPush();
+}
+
+void VellmarkService::EndFinishedPush() {
+    if (m_push && m_push->Finished()) m_push.reset();
 }
 
 Vellmark::Admin::Reply VellmarkService::RunAdmin(Vellmark::Admin::Request const& command,
@@ -113,6 +163,7 @@ Vellmark::Admin::Reply VellmarkService::RunAdmin(Vellmark::Admin::Request const&
             case Vellmark::Admin::Request::kMonitor:
                 m_monitor.Add(session);
                 return Ok();
+            case Vellmark::Admin::Request::kPush:  // answered later, by StartPush
             case Vellmark::Admin::Request::kPart:
             case Vellmark::Admin::Request::kNextPart:
             case Vellmark::Admin::Request::COMMAND_NOT_SET:

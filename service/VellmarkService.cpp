@@ -101,6 +101,10 @@ VellmarkService::VellmarkService(std::string const& dbPath,
     service.onDisconnected = [this](IPCServer::SessionPtr const& session) {
         Post([this, session] {
             m_clients.erase(session->Id());
+            if (m_push) {
+                m_push->Gone(session->Id());
+                EndFinishedPush();
+            }
             Log().Log(DPrint::Flow, "client gone: session %llu",
                       static_cast<unsigned long long>(session->Id()));
         });
@@ -316,6 +320,10 @@ void VellmarkService::HandleOneWay(std::shared_ptr<IPCServerSession> const& sess
         return;
     }
     m_acknowledgements.Record(acknowledgement.messageid(), session->Id());
+    if (m_push) {
+        m_push->Acknowledged(acknowledgement.messageid(), session->Id());
+        EndFinishedPush();
+    }
     Log().Log(DPrint::Info, "update %d acknowledged by session %llu", acknowledgement.messageid(),
               static_cast<unsigned long long>(session->Id()));
 }

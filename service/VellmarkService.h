@@ -24,6 +24,7 @@
 #include "service/DelayedRunner.h"
 #include "service/Faults.h"
 #include "service/TrafficMonitor.h"
+#include "service/UpdatePush.h"
 #include "service/store/Store.h"
 
 namespace Vellmark::Service {
@@ -100,6 +101,13 @@ private:
     // Admin endpoint, on the task: answers `request`, joining and cutting slices of
     // messages too big for one frame.
     void HandleAdmin(IPCRequest const& request);
+    // Sends `reply`, or its first slice when it does not fit frames of `limit` bytes.
+    void RespondAdmin(IPCRequest const& request, Vellmark::Admin::Reply const& reply,
+                      std::size_t limit);
+    // Starts the push `command` asks for; `request` is answered when it is done.
+    void StartPush(Vellmark::Admin::Request const& command, IPCRequest const& request,
+                   std::size_t limit);
+    void EndFinishedPush();
     // Carries out one whole admin command that came on `session`.
     Vellmark::Admin::Reply RunAdmin(Vellmark::Admin::Request const& command,
                                     std::shared_ptr<IPCServerSession> const& session);
@@ -121,6 +129,7 @@ private:
     std::map<std::uint64_t, Client> m_clients;
     TrafficMonitor m_monitor;
     AdminSlices m_adminSlices;
+    std::unique_ptr<UpdatePush> m_push;  // the push under way, if any
     IL::Task m_task;
     std::unique_ptr<IPCServer> m_server;
     std::unique_ptr<IPCServer> m_admin;

@@ -236,6 +236,39 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
         };
     });
 
+    auto* push = admin->add_subcommand(
+        "push",
+        "load-test the subscribers: push a resource's update to every client COUNT times, at "
+        "most WINDOW unacknowledged per client; prints what it took once all are acknowledged");
+    struct PushArgs {
+        std::string resource;
+        unsigned int count = 1000;
+        unsigned int window = 64;
+    };
+    auto pushArgs = std::make_shared<PushArgs>();
+    std::vector<std::string> pushed;
+    for (auto const& resource : Vellmark::Admin::Resources()) {
+        if (resource.updateId != 0) pushed.push_back(resource.name);
+    }
+    push->add_option("resource", pushArgs->resource, "whose update")
+        ->required()
+        ->check(CLI::IsMember(pushed));
+    push->add_option("--count", pushArgs->count, "updates per client")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 100000000u));
+    push->add_option("--window", pushArgs->window, "unacknowledged updates per client at most")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 100000u));
+    push->callback([&settings, &run, pushArgs] {
+        run = [&settings, pushArgs] {
+            Vellmark::Admin::Request request;
+            request.mutable_push()->set_resource(pushArgs->resource);
+            request.mutable_push()->set_count(pushArgs->count);
+            request.mutable_push()->set_window(pushArgs->window);
+            return AdminCall(settings, request);
+        };
+    });
+
     auto* monitor = app.add_subcommand(
         "monitor",
         "print every frame vellmarkd receives (<-) or sends (->) on the Vellmark endpoint: "

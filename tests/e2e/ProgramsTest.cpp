@@ -134,6 +134,29 @@ TEST_F(Programs, SubscribePrintsEachUpdate) {
     EXPECT_TRUE(Same(printed, settings));
 }
 
+TEST_F(Programs, AdminPushSendsEveryUpdateToASubscriberThatAcknowledgesEach) {
+    StartService();
+    auto updates = std::make_shared<Inbox<int>>();
+    Client().SubscribeSourcesRequest(
+        "", [updates](VellmarkPB::sources const& sources) { updates->Put(sources.source_size()); });
+    WaitUntilConnected();  // the subscription's own step has run on the client's task
+    auto ctl = Ctl({"admin", "push", "sources", "--count", "300", "--window", "8"});
+    ASSERT_EQ(ctl->ExitCode(), 0) << ctl->Errors();
+    Vellmark::Admin::PushReport report;
+    ASSERT_EQ(Vellmark::Json::Parse(ctl->Output(), report), "") << ctl->Output();
+    EXPECT_EQ(report.clients(), 1u);
+    EXPECT_EQ(report.pushed(), 300u);
+    EXPECT_EQ(report.acknowledged(), 300u);
+    ASSERT_TRUE(updates->WaitFor(300, kBound));
+    EXPECT_EQ(updates->At(299), SeedDocument().sources().source_size());
+}
+
+TEST_F(Programs, AdminPushRefusesAResourceWithoutUpdates) {
+    StartService();
+    auto ctl = Ctl({"admin", "push", "service-accounts"});
+    EXPECT_EQ(ctl->ExitCode(), 2) << ctl->Errors();
+}
+
 TEST_F(Programs, TheServiceRefusesAStoreItCannotRead) {
     auto const garbage = WriteFile("garbage.db", std::string(8192, 'x'));
     ChildProcess service(VELLMARKD_PATH, {"--db", garbage, "--runtime-dir", Folder()});

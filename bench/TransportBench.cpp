@@ -54,6 +54,12 @@ struct Options {
     std::uint32_t window = 64;
     int rounds = 3;
     std::string vellmarkd = VELLMARKD_PATH;
+    // The paths to measure (all when empty): for profiling one at a time.
+    std::vector<std::string> only;
+
+    bool Measures(char const* path) const {
+        return only.empty() || std::find(only.begin(), only.end(), path) != only.end();
+    }
 };
 
 double Median(std::vector<double> values) {
@@ -263,31 +269,39 @@ void MeasureNotifications(char const* what, Options const& options, pid_t peer, 
 Round MeasureRound(Options const& options, std::string const& self, ServiceProcess const& service,
                    ClientSide& client, Vellmark::Admin::AdminClient& admin) {
     Round round;
-    {
+    if (options.Measures("floor")) {
         FloorServer server(self, "round-trip");
         round.floorUs = MeasureLatency("floor round trip", options, server.Pid(),
                                        [&](int count, std::vector<double>& samples) {
                                            return FloorRoundTrips(server, count, samples);
                                        });
     }
-    round.onTaskUs = MeasureLatency(
-        "round trip on the task", options, service.Pid(),
-        [&](int count, std::vector<double>& samples) { return client.OnTask(count, samples); });
-    round.otherThreadUs = MeasureLatency("round trip, other thread", options, service.Pid(),
-                                         [&](int count, std::vector<double>& samples) {
-                                             return client.FromOtherThread(count, samples);
-                                         });
-    {
+    if (options.Measures("on-task")) {
+        round.onTaskUs = MeasureLatency(
+            "round trip on the task", options, service.Pid(),
+            [&](int count, std::vector<double>& samples) { return client.OnTask(count, samples); });
+    }
+    if (options.Measures("other-thread")) {
+        round.otherThreadUs = MeasureLatency("round trip, other thread", options, service.Pid(),
+                                             [&](int count, std::vector<double>& samples) {
+                                                 return client.FromOtherThread(count, samples);
+                                             });
+    }
+    if (options.Measures("floor-push")) {
         FloorServer server(self, "push");
         MeasureNotifications(
             "floor push", options, server.Pid(),
             [&](std::uint32_t count) { return FloorPush(server, count, options.window); },
             round.floorPerS, round.floorCpuUs);
     }
-    MeasureNotifications(
-        "notifications", options, service.Pid(),
-        [&](std::uint32_t count) { return client.Push(admin, count, options.window).has_value(); },
-        round.perS, round.cpuUs);
+    if (options.Measures("notifications")) {
+        MeasureNotifications(
+            "notifications", options, service.Pid(),
+            [&](std::uint32_t count) {
+                return client.Push(admin, count, options.window).has_value();
+            },
+            round.perS, round.cpuUs);
+    }
     return round;
 }
 
@@ -362,6 +376,8 @@ int main(int argc, char** argv) {
         ->capture_default_str()
         ->check(CLI::Range(1, 100));
     app.add_option("--vellmarkd", options.vellmarkd, "the service program")->capture_default_str();
+    app.add_option("--only", options.only, "measure only these paths (to profile one)")
+        ->check(CLI::IsMember({"floor", "on-task", "other-thread", "floor-push", "notifications"}));
     app.add_option("--floor-server", floorMode)->group("");  // the floor's child process
     app.add_option("--floor-fd", floorFd)->group("");
     CLI11_PARSE(app, argc, argv);

@@ -90,7 +90,7 @@ VellmarkService::VellmarkService(std::string const& dbPath,
 
     IPCServer::Handlers service;
     service.onConnected = [this](IPCServer::SessionPtr const& session) {
-        Post([this, session] {
+        OnTask([this, session] {
             auto const peer = session->Peer();
             m_clients[session->Id()] = Client{session, Timestamp(), 0};
             Log().Log(DPrint::Flow, "client connected: session %llu, pid %d, uid %u",
@@ -99,7 +99,7 @@ VellmarkService::VellmarkService(std::string const& dbPath,
         });
     };
     service.onDisconnected = [this](IPCServer::SessionPtr const& session) {
-        Post([this, session] {
+        OnTask([this, session] {
             m_clients.erase(session->Id());
             if (m_push) {
                 m_push->Gone(session->Id());
@@ -114,13 +114,17 @@ VellmarkService::VellmarkService(std::string const& dbPath,
                                IPCMessageEnvelope const& envelope) {
         ReceiveOneWay(session, id, envelope);
     };
+    // Both endpoints are served on the task's own loop: requests are handled where they are
+    // read, with no thread woken in between.
+    settings.service.loop = m_task.Loop();
+    settings.admin.loop = m_task.Loop();
     m_server = std::make_unique<IPCServer>(Vellmark::Admin::kServiceEndpoint, std::move(service),
                                            std::move(settings.service));
 
     IPCServer::Handlers admin;
     admin.onRequest = [this](IPCRequest const& request) { ReceiveAdmin(request); };
     admin.onDisconnected = [this](IPCServer::SessionPtr const& session) {
-        Post([this, id = session->Id()] { m_adminSlices.Forget(id); });
+        OnTask([this, id = session->Id()] { m_adminSlices.Forget(id); });
     };
     m_admin = std::make_unique<IPCServer>(Vellmark::Admin::kAdminEndpoint, std::move(admin),
                                           std::move(settings.admin));
@@ -139,17 +143,19 @@ void VellmarkService::Stop() {
 
 void VellmarkService::Receive(IPCRequest const& request) {
     m_monitor.Received(request.session->Id(), "request", request.id, request.envelope);
+    if (m_task.RunsOnCurrentThread()) return HandleRequest(request);
     Post([this, request] { HandleRequest(request); });
 }
 
 void VellmarkService::ReceiveOneWay(std::shared_ptr<IPCServerSession> const& session,
                                     unsigned int id, IPCMessageEnvelope const& envelope) {
     m_monitor.Received(session->Id(), "one-way", id, envelope);
+    if (m_task.RunsOnCurrentThread()) return HandleOneWay(session, id, envelope);
     Post([this, session, id, envelope] { HandleOneWay(session, id, envelope); });
 }
 
 void VellmarkService::ReceiveAdmin(IPCRequest const& request) {
-    Post([this, request] { HandleAdmin(request); });
+    OnTask([this, request] { HandleAdmin(request); });
 }
 
 void VellmarkService::WaitUntilIdle() {
@@ -160,6 +166,15 @@ void VellmarkService::WaitUntilIdle() {
 
 void VellmarkService::Post(std::function<void()> work) {
     IL::BreakThread(std::move(work), &m_task);
+}
+
+template <class Work>
+void VellmarkService::OnTask(Work&& work) {
+    if (m_task.RunsOnCurrentThread()) {
+        work();
+    } else {
+        Post(std::forward<Work>(work));
+    }
 }
 
 void VellmarkService::HandleRequest(IPCRequest const& request) {

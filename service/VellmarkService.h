@@ -4,9 +4,10 @@
 // connection, acknowledgements recorded) and the admin endpoint "VellmarkAdmin" (see
 // VellmarkAdmin.proto), keeping its data in a Store.
 //
-// Threads: the transport's IO thread only hands frames over; one task of the service's
-// own runs everything else (store, faults, acknowledgements, answers), one request at a
-// time, in arrival order. Delayed answers leave from a timer thread.
+// Threads: one task of the service's own reads both endpoints' sockets on its loop and
+// runs everything (store, faults, acknowledgements, answers) where a frame is read: one
+// request at a time, in arrival order, with no other thread woken. Delayed answers leave
+// from a timer thread.
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -50,9 +51,10 @@ public:
     // Closes every connection and both sockets, then finishes the work in hand. Idempotent.
     void Stop();
 
-    // What the two endpoints hand over, from any thread: a request of the product, a
-    // one-way message, an admin request. Each is handled later on the service's task, as if
-    // it had come over the socket of `session`; tests and fuzzers enter here too.
+    // What the two endpoints hand over: a request of the product, a one-way message, an
+    // admin request, as if it had come over the socket of `session`. Handled at once when
+    // called on the service's task (as the endpoints do), else later there; tests and
+    // fuzzers enter here too, from any thread.
     void Receive(IPCRequest const& request);
     void ReceiveOneWay(std::shared_ptr<IPCServerSession> const& session, unsigned int id,
                        IPCMessageEnvelope const& envelope);
@@ -119,6 +121,9 @@ private:
     std::size_t DropConnections();
 
     void Post(std::function<void()> work);
+    // Runs `work` now when on the task, else posts it.
+    template <class Work>
+    void OnTask(Work&& work);
 
     // Every answer and update fits a frame of this many bytes.
     std::size_t const m_maxFrameBytes;

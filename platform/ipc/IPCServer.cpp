@@ -142,13 +142,16 @@ class IPCServer::Core : public std::enable_shared_from_this<Core> {
 public:
     Core(std::string name, Handlers handlers, Options options)
         : m_service(Tarv::IoService::Shared()),
+          m_loop(options.loop ? options.loop : m_service->Loop()),
           m_name(std::move(name)),
           m_path(IPCDirectory::Get().Lookup(m_name)->Path()),
           m_handlers(std::move(handlers)),
           m_options(std::move(options)),
-          m_acceptor(m_service->Context()) {
+          m_acceptor(m_loop->Context()) {
         if (m_options.allowedUsers.empty()) m_options.allowedUsers = {::getuid(), 0};
     }
+
+    ~Core() { m_loopEnd.Disconnect(); }
 
     void Open() {
         PrepareSocketPath(m_path, AllowsOthers() ? 0711 : 0700);
@@ -183,14 +186,20 @@ public:
             throw PathError(error.value(), "cannot listen on", m_path);
         }
         IPCLog().Log(DPrint::Info, "server %s: listening at %s", m_name.c_str(), m_path.c_str());
-        asio::post(m_service->Context(), [self = shared_from_this()] { self->Accept(); });
+        std::weak_ptr<Core> weak = shared_from_this();
+        // A loop that ends before Stop takes the server down with it: a pending accept
+        // would otherwise keep the server alive in a loop nobody runs.
+        m_loopEnd = m_loop->OnEnd([weak] {
+            if (auto self = weak.lock()) self->Stop();
+        });
+        m_loop->Post([self = shared_from_this()] { self->Accept(); });
     }
 
     void Stop() {
         std::map<std::uint64_t, SessionPtr> sessions;
         {
             // Once the flag is set under the dispatch lock, no handler starts; waiting for
-            // the IO thread below must happen without that lock, which it may be after.
+            // the loop's thread below must happen without that lock, which it may be after.
             std::lock_guard<std::recursive_mutex> dispatch(m_dispatch);
             std::lock_guard<std::mutex> lock(m_mutex);
             if (m_stopped) return;
@@ -202,14 +211,14 @@ public:
             asio::error_code ignored;
             self->m_acceptor.close(ignored);
         };
-        if (m_service->RunsOnCurrentThread()) {
+        if (m_loop->RunsOnCurrentThread()) {
             closeAcceptor();
         } else {
-            // Waited for, so that no connection is accepted after Stop returns.
-            std::packaged_task<void()> closing(closeAcceptor);
-            auto closed = closing.get_future();
-            asio::post(m_service->Context(), [&closing] { closing(); });
-            closed.wait();
+            // Waited for, so that no connection is accepted after Stop returns. A loop that
+            // has ended runs nothing more, the acceptor's waits included.
+            auto closing = std::make_shared<std::packaged_task<void()>>(closeAcceptor);
+            auto closed = closing->get_future();
+            if (m_loop->Post([closing] { (*closing)(); })) closed.wait();
         }
         for (auto& entry : sessions) entry.second->Close();
     }
@@ -275,7 +284,7 @@ private:
             return;
         }
         std::string description = "server " + m_name + ": client pid " + std::to_string(peer->pid);
-        auto connection = Tarv::FramedConnection::Adopt(fd, description, m_options.limits);
+        auto connection = Tarv::FramedConnection::Adopt(fd, description, m_options.limits, m_loop);
         SessionPtr session;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
@@ -334,11 +343,13 @@ private:
     }
 
     std::shared_ptr<Tarv::IoService> const m_service;
+    std::shared_ptr<Tarv::EventLoop> const m_loop;
+    CallbackConnection m_loopEnd;
     std::string const m_name;
     std::string const m_path;
     Handlers const m_handlers;
     Options m_options;
-    asio::local::stream_protocol::acceptor m_acceptor;  // the IO thread's, once open
+    asio::local::stream_protocol::acceptor m_acceptor;  // the loop thread's, once open
 
     // Held while handlers run and by Stop; recursive, for handlers that stop the server.
     std::recursive_mutex m_dispatch;
@@ -346,7 +357,7 @@ private:
     bool m_stopped = false;
     std::uint64_t m_lastSession = 0;
     std::map<std::uint64_t, SessionPtr> m_sessions;
-    Tarv::RefusalLog m_refusals;  // the IO thread's
+    Tarv::RefusalLog m_refusals;  // the loop thread's
 };
 
 IPCServer::IPCServer(std::string const& name, Handlers handlers, Options options)

@@ -15,9 +15,11 @@
 // it belongs to one of the allowed groups. Refusals are logged once per user and minute,
 // then as a count.
 //
-// Threads: handlers run on the process's IO thread, one at a time. They should be quick:
-// longer work goes elsewhere and answers later through its IPCRequest, from any thread.
-// No handler runs after Stop() (or the destructor) has returned.
+// Threads: handlers run one at a time on the server's loop thread: the thread of the loop
+// given in Options (a task's, so that a service answers on its own task with no hop), else
+// the process's shared IO thread. They should be quick: longer work goes elsewhere and
+// answers later through its IPCRequest, from any thread. No handler runs after Stop() (or
+// the destructor) has returned. When the loop ends first, the server stops serving with it.
 #include <sys/types.h>
 
 #include <cstdint>
@@ -29,6 +31,7 @@
 #include "framework/ipc/IPCMessageEnvelope.h"
 #include "platform/ipc/IPCFrameLimit.h"
 #include "platform/ipc/PeerCredentials.h"
+#include "platform/task/EventLoop.h"
 
 namespace Tarv {
 class FramedConnection;
@@ -88,6 +91,8 @@ public:
         // Groups whose members (primary or supplementary) are allowed to connect.
         std::vector<gid_t> allowedGroups;
         Tarv::ConnectionLimits limits;
+        // The loop that accepts, reads and runs the handlers; null: the shared IO thread's.
+        std::shared_ptr<Tarv::EventLoop> loop;
     };
 
     // Serves `name`. Throws std::system_error, naming the path and what to do, when the

@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include <asio/io_context.hpp>
+#include <asio/post.hpp>
 #include <exception>
 
 #include "platform/log/DPrint.h"
@@ -16,7 +18,7 @@ DPrint& TaskLog() {
 
 }  // namespace
 
-Task::Task(std::string name) : m_name(std::move(name)) {
+Task::Task(std::string name) : m_name(std::move(name)), m_loop(Tarv::EventLoop::Create()) {
     TaskLog();  // constructed before any task thread can log, destroyed after
     m_thread = std::thread([this] { Run(); });
     m_threadId = m_thread.get_id();
@@ -28,7 +30,7 @@ Task::~Task() {
 }
 
 void Task::PostCallbackEntry(std::shared_ptr<CallbackEntry> entry) {
-    m_queue.Push(std::move(entry));
+    if (m_queue.Push(std::move(entry))) ScheduleBatch();
 }
 
 CallbackConnection Task::RegisterStopNotification(std::function<void()> const& onStop) {
@@ -37,13 +39,22 @@ CallbackConnection Task::RegisterStopNotification(std::function<void()> const& o
 
 void Task::Stop() {
     m_queue.Close();
+    m_loop->Quit();
     if (RunsOnCurrentThread()) return;
     std::lock_guard<std::mutex> lock(m_joinMutex);
     if (m_thread.joinable()) m_thread.join();
 }
 
-void Task::Run() {
-    while (auto entry = m_queue.WaitPop()) {
+void Task::ScheduleBatch() {
+    // Straight to the io_context: a handler of one pointer, which Asio recycles, where a
+    // posted std::function would allocate.
+    asio::post(m_loop->Context(), [this] { RunBatch(); });
+}
+
+void Task::RunBatch() {
+    m_queue.TakeBatch(m_batch);
+    for (auto& entry : m_batch) {
+        if (m_queue.IsClosed()) break;  // Stop() drops what is still queued
         try {
             entry->Dispatch();
         } catch (std::exception const& e) {
@@ -51,8 +62,16 @@ void Task::Run() {
         } catch (...) {
             TaskLog().Log(DPrint::Error, "task %s: entry threw", m_name.c_str());
         }
+        entry.reset();  // dropped once run, before the next one runs
     }
+    m_batch.clear();
+    if (m_queue.FinishBatch()) ScheduleBatch();
+}
+
+void Task::Run() {
+    m_loop->Run();
     m_stopNotifier.NotifyStopped();
+    m_loop->End();
 }
 
 }  // namespace IL

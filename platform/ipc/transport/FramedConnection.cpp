@@ -28,14 +28,17 @@ struct FramedConnection::Io {
 };
 
 std::shared_ptr<FramedConnection> FramedConnection::Adopt(int fd, std::string description,
-                                                          Limits limits) {
+                                                          Limits limits,
+                                                          std::shared_ptr<EventLoop> loop) {
     return std::shared_ptr<FramedConnection>(
-        new FramedConnection(fd, std::move(description), limits));
+        new FramedConnection(fd, std::move(description), limits, std::move(loop)));
 }
 
-FramedConnection::FramedConnection(int fd, std::string description, Limits limits)
+FramedConnection::FramedConnection(int fd, std::string description, Limits limits,
+                                   std::shared_ptr<EventLoop> loop)
     : m_service(IoService::Shared()),
-      m_io(std::make_unique<Io>(m_service->Context(), fd)),
+      m_loop(loop ? std::move(loop) : m_service->Loop()),
+      m_io(std::make_unique<Io>(m_loop->Context(), fd)),
       m_fd(fd),
       m_description(std::move(description)),
       m_limits(limits),
@@ -46,26 +49,66 @@ FramedConnection::FramedConnection(int fd, std::string description, Limits limit
     m_io->socket.non_blocking(true, ignored);
 }
 
-FramedConnection::~FramedConnection() = default;  // the socket closes with m_io
+FramedConnection::~FramedConnection() {
+    m_loopEnd.Disconnect();
+}  // the socket closes with m_io
 
-bool FramedConnection::Start(FrameHandler onFrame) {
+bool FramedConnection::Start(FrameHandler onFrame, std::shared_ptr<EventLoop> loop) {
+    std::shared_ptr<EventLoop> serving;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_started) return false;
         m_started = true;
-        if (!m_open) return true;        // nothing to read; the closed handlers tell the rest
-        m_onFrame = std::move(onFrame);  // read by the IO thread after the post below
+        if (!m_open) return true;  // nothing to read; the closed handlers tell the rest
+        // Before the start nothing runs on the old loop unless a send queued bytes or a
+        // close is under way (then m_open is false, above).
+        if (loop && loop != m_loop && m_pending.empty()) MoveTo(std::move(loop));
+        m_onFrame = std::move(onFrame);  // read by the loop's thread after the post below
+        serving = m_loop;
     }
-    asio::post(m_service->Context(), [self = shared_from_this()] { self->ReadSome(); });
+    std::weak_ptr<FramedConnection> weak = shared_from_this();
+    // Registered before the first read: a loop that ends from now on closes the connection.
+    // On a loop that has ended already this closes it at once, here.
+    auto ending = serving->OnEnd([weak] {
+        if (auto self = weak.lock()) {
+            if (self->MarkClosed()) self->Finish();
+        }
+    });
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_loopEnd = std::move(ending);
+    }
+    serving->Post([self = shared_from_this()] { self->ReadSome(); });
     return true;
 }
 
+void FramedConnection::MoveTo(std::shared_ptr<EventLoop> loop) {
+    int const fd = m_io->socket.release();
+    m_io = std::make_unique<Io>(loop->Context(), fd);
+    asio::error_code ignored;
+    m_io->socket.non_blocking(true, ignored);
+    m_loop = std::move(loop);
+}
+
+std::shared_ptr<EventLoop> FramedConnection::CurrentLoop() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_loop;
+}
+
+bool FramedConnection::Post(std::function<void()> work) {
+    return CurrentLoop()->Post(std::move(work));
+}
+
 CallbackConnection FramedConnection::OnClosed(std::function<void()> onClosed) {
+    std::shared_ptr<EventLoop> loop;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_open) return m_closedHandlers->Add(std::move(onClosed));
+        loop = m_loop;
     }
-    asio::post(m_service->Context(), std::move(onClosed));
+    // Once the loop has ended nobody else will call it: the caller's thread does.
+    auto shared = std::make_shared<std::function<void()>>(std::move(onClosed));
+    if (!loop->Post([shared] { (*shared)(); })) (*shared)();
     return CallbackConnection();
 }
 
@@ -76,7 +119,9 @@ bool FramedConnection::IsOpen() const {
 
 void FramedConnection::Close() {
     if (!MarkClosed()) return;
-    asio::post(m_service->Context(), [self = shared_from_this()] { self->Finish(); });
+    // A loop that has ended closed its started connections itself; one never started has
+    // nothing under way there, so the caller's thread may finish it.
+    if (!Post([self = shared_from_this()] { self->Finish(); })) Finish();
 }
 
 bool FramedConnection::MarkClosed() {
@@ -182,9 +227,7 @@ FramedConnection::SendResult FramedConnection::Send(IPCFrame const& frame) {
     bool const wake = m_pending.empty();  // otherwise a wait for the socket is under way
     m_pending.append(bytes, written, std::string::npos);
     lock.unlock();
-    if (wake) {
-        asio::post(m_service->Context(), [self = shared_from_this()] { self->WaitWritable(); });
-    }
+    if (wake) Post([self = shared_from_this()] { self->WaitWritable(); });
     return SendResult::Sent;
 }
 

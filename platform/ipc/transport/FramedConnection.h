@@ -2,17 +2,20 @@
 // FramedConnection: one connected Unix stream socket carrying IPC frames. The client's
 // router and the server's sessions are built on it.
 //
-// Reading: after Start, the IO thread reads frames and hands each to the frame handler. A
-// frame over the size limit, or one that does not parse, closes the connection with one
-// log line.
+// Loop: a connection is served by one EventLoop: the shared IO thread's unless Start names
+// another (the loop of the task that will handle its frames). "The loop's thread" below is
+// that loop's thread. When the loop ends, the connection closes there.
+// Reading: after Start, the loop's thread reads what the socket holds, decodes every whole
+// frame in a row and hands each to the frame handler. A frame over the size limit, or one
+// that does not parse, closes the connection with one log line.
 // Writing: Send may be called from any thread; each frame is written whole, in the order
 // of the calls. When nothing waits before it and the socket takes it, a frame is written
 // on the calling thread (no thread hop); otherwise its bytes join the send queue, which
-// the IO thread drains as the peer reads. The queue is bounded (Limits::maxQueuedBytes,
+// the loop's thread drains as the peer reads. The queue is bounded (Limits::maxQueuedBytes,
 // 4 MiB by default): a peer that lets it fill is treated as gone, so the connection is
 // closed and Send reports QueueFull. A caller never blocks on a slow peer.
 // End: the connection ends once: when the peer closes, on an error, on bad input or on
-// Close(). Every closed handler then runs once, on the IO thread.
+// Close(). Every closed handler then runs once, on the loop's thread.
 #include <sys/types.h>
 
 #include <cstddef>
@@ -38,21 +41,26 @@ public:
     enum class SendResult { Sent, Closed, TooLarge, QueueFull };
     using Limits = ConnectionLimits;
 
-    // Takes ownership of `fd`, a connected stream socket. `description` names the
-    // connection in log lines ("Vellmark", "client pid 42").
+    // Takes ownership of `fd`, a connected stream socket, on `loop` (null: the shared IO
+    // thread's). `description` names the connection in log lines ("Vellmark", "client pid 42").
     static std::shared_ptr<FramedConnection> Adopt(int fd, std::string description,
-                                                   Limits limits = Limits());
+                                                   Limits limits = Limits(),
+                                                   std::shared_ptr<EventLoop> loop = nullptr);
     ~FramedConnection() override;
     FramedConnection(FramedConnection const&) = delete;
     FramedConnection& operator=(FramedConnection const&) = delete;
 
-    // Starts reading; `onFrame` runs on the IO thread for every frame, and may move out of
-    // it. Only the first call starts anything (false for later calls); on a closed
-    // connection it reads nothing.
-    bool Start(FrameHandler onFrame);
-    // Calls `onClosed` once, on the IO thread, when the connection ends; soon after the
-    // call when it has ended already. Disconnecting the handle ends the registration.
+    // Starts reading; `onFrame` runs on the loop's thread for every frame, and may move out
+    // of it. With `loop`, the connection moves to that loop first, unless it has work under
+    // way on its own (a queued send, a close), when it stays. Only the first call starts
+    // anything (false for later calls); on a closed connection it reads nothing.
+    bool Start(FrameHandler onFrame, std::shared_ptr<EventLoop> loop = nullptr);
+    // Calls `onClosed` once, on the loop's thread, when the connection ends; soon after the
+    // call when it has ended already (at once, on the calling thread, once the loop has
+    // ended). Disconnecting the handle ends the registration.
     CallbackConnection OnClosed(std::function<void()> onClosed);
+    // Runs `work` on the loop's thread; false, with `work` dropped, once the loop has ended.
+    bool Post(std::function<void()> work);
 
     SendResult Send(IPCFrame const& frame);
 
@@ -65,7 +73,8 @@ public:
 
 private:
     struct Io;
-    FramedConnection(int fd, std::string description, Limits limits);
+    FramedConnection(int fd, std::string description, Limits limits,
+                     std::shared_ptr<EventLoop> loop);
 
     void ReadSome();
     void OnRead(std::size_t bytes);
@@ -77,20 +86,27 @@ private:
     void OnWritable();
     // Marks the connection closed; true for the call that closed it.
     bool MarkClosed();
-    // The IO thread's half of closing: the socket, the frame handler, the closed handlers.
+    // The loop thread's half of closing: the socket, the frame handler, the closed handlers.
     void Finish();
+    // Rebinds the socket to `loop`; with m_mutex held, before anything runs on the old loop.
+    void MoveTo(std::shared_ptr<EventLoop> loop);
+    // The loop, read under m_mutex: Start may change it.
+    std::shared_ptr<EventLoop> CurrentLoop() const;
 
+    // Keeps the shared IO thread, which connections fall back to, alive as long as they.
     std::shared_ptr<IoService> const m_service;
-    std::unique_ptr<Io> const m_io;
+    std::shared_ptr<EventLoop> m_loop;  // under m_mutex; set again only by Start
+    std::unique_ptr<Io> m_io;           // the loop thread's, once started
+    CallbackConnection m_loopEnd;       // the loop's ending closes the connection
     int const m_fd;
     std::string const m_description;
     Limits const m_limits;
     std::optional<PeerCredentials> const m_peer;
     std::shared_ptr<CallbackList<std::function<void()>>> const m_closedHandlers;
 
-    // Set by Start and cleared by Finish under m_mutex; called on the IO thread only.
+    // Set by Start and cleared by Finish under m_mutex; called on the loop's thread only.
     FrameHandler m_onFrame;
-    // Touched on the IO thread only.
+    // Touched on the loop's thread only.
     FrameDecoder m_decoder;
     IPCFrame m_frame;
 

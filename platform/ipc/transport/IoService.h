@@ -1,16 +1,15 @@
 #pragma once
-// IoService: the process's one IO thread, an Asio io_context that owns every IPC socket.
-// It reads frames, runs the routers' and servers' handlers and the listeners' retry timers.
+// IoService: the process's shared IO thread, serving one EventLoop. Sockets of tasks that
+// do not serve a loop of their own (EventLoopOwner), of tests' manual tasks and of the
+// listeners' attempts live here, with their retry timers.
 //
-// Shared() starts it on first use. Transport objects hold a shared pointer to it, so it
-// outlives them; the process keeps one reference until exit, when the thread is stopped
-// and joined once nothing else holds it.
+// Shared() starts it on first use. Transport objects hold a shared pointer to it (or to its
+// loop), so it outlives them; the process keeps one reference until exit, when the thread is
+// stopped and joined once nothing else holds it.
 #include <memory>
 #include <thread>
 
-namespace asio {
-class io_context;
-}
+#include "platform/task/EventLoop.h"
 
 namespace Tarv {
 
@@ -22,15 +21,15 @@ public:
     IoService(IoService const&) = delete;
     IoService& operator=(IoService const&) = delete;
 
-    asio::io_context& Context() { return *m_context; }
-    bool RunsOnCurrentThread() const { return std::this_thread::get_id() == m_threadId; }
+    std::shared_ptr<EventLoop> const& Loop() const { return m_loop; }
+    asio::io_context& Context() { return m_loop->Context(); }
+    bool RunsOnCurrentThread() const { return m_loop->RunsOnCurrentThread(); }
 
 private:
     IoService();
 
-    std::unique_ptr<asio::io_context> m_context;
+    std::shared_ptr<EventLoop> m_loop;
     std::thread m_thread;
-    std::thread::id m_threadId;
 };
 
 }  // namespace Tarv

@@ -4,7 +4,7 @@
 // first refusal of a user in a minute is written, the next ones are counted, and the count
 // joins the first line written once the minute has passed.
 //
-// Not thread-safe: the server uses it on its IO thread.
+// Not thread-safe: the server uses it on its loop's thread.
 #include <sys/types.h>
 
 #include <chrono>

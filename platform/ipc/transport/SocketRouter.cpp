@@ -1,7 +1,5 @@
 #include "platform/ipc/transport/SocketRouter.h"
 
-#include <asio/io_context.hpp>
-#include <asio/post.hpp>
 #include <vector>
 
 #include "platform/ipc/IPCLog.h"
@@ -9,12 +7,15 @@
 namespace Tarv {
 
 std::shared_ptr<SocketRouter> SocketRouter::Create(std::string name,
-                                                   std::shared_ptr<FramedConnection> connection) {
+                                                   std::shared_ptr<FramedConnection> connection,
+                                                   std::shared_ptr<EventLoop> loop) {
     std::shared_ptr<SocketRouter> router(new SocketRouter(std::move(name), connection));
     std::weak_ptr<SocketRouter> weak = router;
-    if (!connection->Start([weak](IPCFrame& frame) {
-            if (auto self = weak.lock()) self->OnFrame(frame);
-        })) {
+    if (!connection->Start(
+            [weak](IPCFrame& frame) {
+                if (auto self = weak.lock()) self->OnFrame(frame);
+            },
+            std::move(loop))) {
         IPCLog().Log(DPrint::Warning, "router %s: the connection has a router already",
                      router->m_name.c_str());
         router->m_stopped = true;  // so that its destructor leaves the connection alone
@@ -43,9 +44,9 @@ void SocketRouter::SetDisconnectHandler(std::shared_ptr<Network::ConnectorSocket
         closed = m_closed;
     }
     if (closed) {
-        // Lost before anyone listened: reported from the IO thread, like any other loss.
+        // Lost before anyone listened: reported from the loop's thread, like any other loss.
         std::weak_ptr<SocketRouter> weak = shared_from_this();
-        asio::post(IoService::Shared()->Context(), [weak] {
+        m_connection->Post([weak] {
             if (auto self = weak.lock()) self->ReportDisconnect();
         });
     }

@@ -3,8 +3,9 @@
 //
 // Requests are numbered per router; a response is handed to the handler of the request
 // with its number, once, and that registration ends. Notifications go to every handler
-// attached under their identifier, in the order of attachment. Handlers run on the IO
-// thread, under the router's dispatch lock: Stop() and CallbackConnection::Disconnect()
+// attached under their identifier, in the order of attachment. Handlers run on the
+// connection's loop thread (the user's task, when it serves a loop; else the shared IO
+// thread), under the router's dispatch lock: Stop() and CallbackConnection::Disconnect()
 // take that lock too, so once they return the handlers they ended never run again. A
 // handler may stop its own router.
 // When the connection is lost, every registration ends and the disconnect handler runs
@@ -25,10 +26,11 @@ namespace Tarv {
 class SocketRouter final : public IPCMessageRouterIF,
                            public std::enable_shared_from_this<SocketRouter> {
 public:
-    // A router over `connection`, which it starts reading. Nothing if another router
-    // serves the connection already.
+    // A router over `connection`, which it starts reading on `loop` (null: where the
+    // connection is). Nothing if another router serves the connection already.
     static std::shared_ptr<SocketRouter> Create(std::string name,
-                                                std::shared_ptr<FramedConnection> connection);
+                                                std::shared_ptr<FramedConnection> connection,
+                                                std::shared_ptr<EventLoop> loop = nullptr);
     ~SocketRouter() override;
 
     // `socket` is the router's own connection; the handler watches that one.

@@ -1,0 +1,185 @@
+// A router made for an IL::Task reads on the task's own loop: every handler runs on the task's
+// thread, and the task's end closes what is still open there. So does a server given a
+// task's loop.
+#include <thread>
+
+#include "VellmarkSources.pb.h"
+#include "framework/AsyncCallback.h"
+#include "platform/task/BreakThread.h"
+#include "platform/task/Task.h"
+#include "tests/integration/transport/TransportTestSupport.h"
+
+namespace Tarv::TransportTest {
+namespace {
+
+class TaskLoop : public ::testing::Test {
+protected:
+    // Waits for the client's connection and makes its router for `task`.
+    std::shared_ptr<IPCMessageRouterIF> RouterOn(IL::Task& task) {
+        if (!client.sockets.WaitFor(1)) return nullptr;
+        socket = client.sockets.At(0);
+        auto router = IPCMessageRouterFactory::CreateRouter("task-router", &task, socket);
+        if (router) {
+            router->SetDisconnectHandler(
+                socket, [this] { disconnectThreads.Put(std::this_thread::get_id()); });
+        }
+        return router;
+    }
+
+    // The thread a function posted to `task` runs on.
+    static std::thread::id ThreadOf(IL::Task& task) {
+        Inbox<std::thread::id> seen;
+        IL::BreakThread([&] { seen.Put(std::this_thread::get_id()); }, &task);
+        return seen.WaitFor(1) ? seen.At(0) : std::thread::id();
+    }
+
+    RuntimeFolder folder;
+    ScriptedServer service{{}, Echo};
+    ClientEnd client;
+    std::shared_ptr<Network::ConnectorSocket> socket;
+    Inbox<std::thread::id> disconnectThreads;
+};
+
+TEST_F(TaskLoop, AResponseIsHandledAndDeliveredOnTheTasksThread) {
+    IL::Task task("loop-request");
+    auto router = RouterOn(task);
+    ASSERT_NE(router, nullptr);
+    Inbox<std::thread::id> handlerThreads;
+    Inbox<std::pair<int, std::thread::id>> delivered;
+    AsyncCallback<VellmarkPB::sources> callback(
+        [&](VellmarkPB::sources const& sources) {
+            delivered.Put({sources.source_size(), std::this_thread::get_id()});
+        },
+        &task);
+    VellmarkPB::sources question;
+    question.add_source()->set_id("echoed");
+    router->SendEnvelopeRequest(
+        1,
+        [&] {
+            IPCMessageEnvelope envelope;
+            envelope.SetPayload(question);
+            return envelope;
+        }(),
+        [&](IPCMessageEnvelope const& response) {
+            handlerThreads.Put(std::this_thread::get_id());
+            router->CallbackHelper(response, callback);
+        });
+    ASSERT_TRUE(delivered.WaitFor(1));
+    EXPECT_EQ(delivered.At(0).first, 1);
+    EXPECT_EQ(handlerThreads.At(0), task.ThreadId());
+    EXPECT_EQ(delivered.At(0).second, task.ThreadId());
+    router->Stop();
+}
+
+TEST_F(TaskLoop, AnUpdateIsHandledOnTheTasksThread) {
+    IL::Task task("loop-update");
+    auto router = RouterOn(task);
+    ASSERT_NE(router, nullptr);
+    Inbox<std::pair<std::string, std::thread::id>> updates;
+    router->AttachEnvelopeHandler(7, [&](IPCMessageEnvelope const& update) {
+        updates.Put({update.payload(), std::this_thread::get_id()});
+    });
+    ASSERT_TRUE(service.connected.WaitFor(1));
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_TRUE(service.connected.At(0)->Notify(7, Bytes("update " + std::to_string(i))));
+    }
+    ASSERT_TRUE(updates.WaitFor(20));
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(updates.At(i).first, "update " + std::to_string(i));
+        EXPECT_EQ(updates.At(i).second, task.ThreadId());
+    }
+    router->Stop();
+}
+
+TEST_F(TaskLoop, ALostConnectionIsReportedOnTheTasksThread) {
+    IL::Task task("loop-lost");
+    auto router = RouterOn(task);
+    ASSERT_NE(router, nullptr);
+    ASSERT_TRUE(service.connected.WaitFor(1));
+    service.connected.At(0)->Close();
+    ASSERT_TRUE(disconnectThreads.WaitFor(1));
+    EXPECT_EQ(disconnectThreads.At(0), task.ThreadId());
+    EXPECT_FALSE(router->IsOpen());
+}
+
+TEST_F(TaskLoop, StopFromAnotherThreadEndsDeliveriesWhileFramesKeepComing) {
+    IL::Task task("loop-stop");
+    auto router = RouterOn(task);
+    ASSERT_NE(router, nullptr);
+    std::atomic<int> delivered{0};
+    std::atomic<bool> stopped{false};
+    std::atomic<int> afterStop{0};
+    router->AttachEnvelopeHandler(7, [&](IPCMessageEnvelope const&) {
+        ++delivered;
+        if (stopped) ++afterStop;
+    });
+    ASSERT_TRUE(service.connected.WaitFor(1));
+    auto session = service.connected.At(0);
+    std::thread pushing([&] {
+        while (session->Notify(7, Bytes("update"))) {
+        }
+    });
+    while (delivered.load() < 50) std::this_thread::yield();
+    router->Stop();
+    stopped = true;
+    EXPECT_TRUE(service.disconnected.WaitFor(1));  // the service sees the connection go
+    pushing.join();
+    EXPECT_EQ(afterStop.load(), 0);
+    EXPECT_EQ(ThreadOf(task), task.ThreadId());  // the task goes on serving
+}
+
+TEST_F(TaskLoop, StoppingTheTaskClosesTheConnectionStillOnItsLoop) {
+    std::shared_ptr<IPCMessageRouterIF> router;
+    std::thread::id taskThread;
+    {
+        IL::Task task("loop-ended");
+        taskThread = task.ThreadId();
+        router = RouterOn(task);
+        ASSERT_NE(router, nullptr);
+        ASSERT_TRUE(service.connected.WaitFor(1));
+        task.Stop();
+        // The task's end closed the socket: the service sees the client go.
+        ASSERT_TRUE(service.disconnected.WaitFor(1));
+    }
+    // The router outlives its task and its loop; using and dropping it is harmless.
+    EXPECT_FALSE(router->IsOpen());
+    EXPECT_FALSE(router->SendEnvelope(7, Bytes("late")));
+    router->Stop();
+    router.reset();
+    socket.reset();
+    // The loss was reported once, by the task's thread as it ended (a client's handler is
+    // an AsyncCallback on that task, inert by then).
+    ASSERT_EQ(disconnectThreads.Size(), 1u);
+    EXPECT_EQ(disconnectThreads.At(0), taskThread);
+}
+
+TEST(TaskLoopServer, AServerOnATasksLoopRunsItsHandlersOnTheTasksThread) {
+    RuntimeFolder folder;
+    IL::Task task("loop-server");
+    IPCServer::Options options;
+    options.loop = task.Loop();
+    Inbox<std::thread::id> handlerThreads;
+    ScriptedServer service(options, [&](IPCRequest const& request) {
+        handlerThreads.Put(std::this_thread::get_id());
+        Echo(request);
+    });
+    ClientEnd client;
+    auto router = client.Connect();
+    ASSERT_NE(router, nullptr);
+    Inbox<std::string> responses;
+    router->SendEnvelopeRequest(3, Bytes("ping"), [&](IPCMessageEnvelope const& response) {
+        responses.Put(response.payload());
+    });
+    ASSERT_TRUE(responses.WaitFor(1));
+    EXPECT_EQ(responses.At(0), "ping");
+    EXPECT_EQ(handlerThreads.At(0), task.ThreadId());
+
+    // The task ends first: the server stops serving with it, its client sees the end, and
+    // stopping the server afterwards returns at once.
+    task.Stop();
+    ASSERT_TRUE(client.disconnects.WaitFor(1));
+    service.server->Stop();
+}
+
+}  // namespace
+}  // namespace Tarv::TransportTest

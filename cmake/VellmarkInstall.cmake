@@ -23,7 +23,7 @@ set(VELLMARK_PUBLIC_HEADERS
   platform/ipc/PeerCredentials.h
   platform/log/DPrint.h platform/log/ProtoToMarkup.h platform/log/Redact.h
   platform/task/BreakThread.h platform/task/CallbackList.h platform/task/EntryQueue.h
-  platform/task/LifetimeGuard.h platform/task/StopNotifier.h platform/task/Task.h)
+  platform/task/EventLoopOwner.h platform/task/LifetimeGuard.h platform/task/StopNotifier.h platform/task/Task.h)
 foreach(header IN LISTS VELLMARK_PUBLIC_HEADERS)
   get_filename_component(folder ${header} DIRECTORY)
   install(FILES ${header} DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR}/${folder})

@@ -31,7 +31,7 @@
 #include "framework/ipc/IPCMessageEnvelope.h"
 #include "platform/ipc/IPCFrameLimit.h"
 #include "platform/ipc/PeerCredentials.h"
-#include "platform/task/EventLoop.h"
+#include "platform/task/EventLoopOwner.h"
 
 namespace Tarv {
 class FramedConnection;

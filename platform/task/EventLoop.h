@@ -19,6 +19,7 @@
 
 #include "framework/task/CallbackConnection.h"
 #include "platform/task/CallbackList.h"
+#include "platform/task/EventLoopOwner.h"
 
 namespace asio {
 class io_context;
@@ -64,16 +65,6 @@ private:
     mutable std::mutex m_mutex;
     bool m_ended = false;
     std::shared_ptr<CallbackList<std::function<void()>>> const m_onEnd;
-};
-
-// A task whose thread serves an EventLoop. IPC objects made for such a task are bound to its
-// loop; for any other task they stay on the shared IO thread.
-class EventLoopOwner {
-public:
-    virtual std::shared_ptr<EventLoop> Loop() const = 0;
-
-protected:
-    ~EventLoopOwner() = default;
 };
 
 }  // namespace Tarv

@@ -7,6 +7,7 @@
 #include <exception>
 
 #include "platform/log/DPrint.h"
+#include "platform/task/EventLoop.h"
 
 namespace IL {
 namespace {

@@ -21,7 +21,7 @@
 
 #include "framework/task/NotifyTargetTaskIF.h"
 #include "platform/task/EntryQueue.h"
-#include "platform/task/EventLoop.h"
+#include "platform/task/EventLoopOwner.h"
 #include "platform/task/StopNotifier.h"
 
 namespace IL {

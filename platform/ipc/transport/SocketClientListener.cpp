@@ -101,8 +101,12 @@ private:
         IPCLog().Log(DPrint::Info, "listener %s: connected to %s", m_listener.c_str(),
                      m_endpoint->Name().c_str());
         m_connection = connection;
+        // The connection may move to its router's task loop and end there: the attempt
+        // loop hears of it on its own thread.
         m_watch = connection->OnClosed([weak = weak_from_this()] {
-            if (auto self = weak.lock()) self->Lost();
+            if (auto self = weak.lock()) {
+                self->m_service->Loop()->Post([self] { self->Lost(); });
+            }
         });
         std::lock_guard<std::mutex> lock(m_mutex);
         if (!m_stopped) m_onConnected(connection);

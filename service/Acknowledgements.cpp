@@ -7,12 +7,7 @@ namespace Vellmark::Service {
 
 void Acknowledgements::Record(unsigned int updateId, std::uint64_t session) {
     ++m_counts[updateId];
-    Vellmark::Admin::Acknowledgement acknowledgement;
-    acknowledgement.set_messageid(updateId);
-    acknowledgement.set_messagename(Vellmark::Admin::MessageName(updateId));
-    acknowledgement.set_session(session);
-    acknowledgement.set_receivedat(Timestamp());
-    m_latest.push_back(std::move(acknowledgement));
+    m_latest.push_back(Received{updateId, session, std::time(nullptr)});
     if (m_latest.size() > kKept) m_latest.pop_front();
 }
 
@@ -24,7 +19,13 @@ Vellmark::Admin::AcknowledgementReport Acknowledgements::Report() const {
         entry->set_messagename(Vellmark::Admin::MessageName(id));
         entry->set_count(count);
     }
-    for (auto const& acknowledgement : m_latest) *report.add_latest() = acknowledgement;
+    for (auto const& received : m_latest) {
+        auto* entry = report.add_latest();
+        entry->set_messageid(received.updateId);
+        entry->set_messagename(Vellmark::Admin::MessageName(received.updateId));
+        entry->set_session(received.session);
+        entry->set_receivedat(Timestamp(received.at));
+    }
     return report;
 }
 

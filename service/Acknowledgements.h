@@ -4,6 +4,7 @@
 //
 // Not thread-safe; used on the service's task.
 #include <cstdint>
+#include <ctime>
 #include <deque>
 #include <map>
 
@@ -20,8 +21,15 @@ public:
     Vellmark::Admin::AcknowledgementReport Report() const;
 
 private:
+    // Kept as received and named only when reported: recording one is on the path of every
+    // acknowledgement, reporting is rare.
+    struct Received {
+        unsigned int updateId;
+        std::uint64_t session;
+        std::time_t at;
+    };
     std::map<unsigned int, std::uint64_t> m_counts;
-    std::deque<Vellmark::Admin::Acknowledgement> m_latest;
+    std::deque<Received> m_latest;
 };
 
 }  // namespace Vellmark::Service

@@ -69,9 +69,12 @@ VellmarkPB::Error Refusal(MessageId id, Code code, std::string const& text) {
 }
 
 std::string Timestamp() {
-    std::time_t const now = std::time(nullptr);
+    return Timestamp(std::time(nullptr));
+}
+
+std::string Timestamp(std::time_t at) {
     std::tm utc{};
-    gmtime_r(&now, &utc);
+    gmtime_r(&at, &utc);
     char text[32];
     std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
     return text;

@@ -22,6 +22,7 @@
 //   With no GVA account it is refused as an unknown account.
 //
 // Not thread-safe; used on the service's task, like its Store.
+#include <ctime>
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -116,5 +117,6 @@ private:
 VellmarkPB::Error Refusal(VellmarkPB::MessageId id, VellmarkPB::Code code, std::string const& text);
 // The time now, as the service writes it into createdOn and updatedOn (UTC, ISO 8601).
 std::string Timestamp();
+std::string Timestamp(std::time_t at);
 
 }  // namespace Vellmark::Service

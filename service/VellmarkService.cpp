@@ -249,7 +249,7 @@ void VellmarkService::Fail(IPCRequest const& request, VellmarkPB::Error const& e
 void VellmarkService::HandleQuery(IPCRequest const& request,
                                   Vellmark::Admin::ResourceInfo const& resource) {
     // The request's content does not matter: the identifier names the resource.
-    Answer(request, *m_catalog.Read(resource));
+    Answer(request, QueryAnswer(resource));
 }
 
 void VellmarkService::HandleStorePresets(IPCRequest const& request) {
@@ -344,12 +344,29 @@ void VellmarkService::HandleOneWay(std::shared_ptr<IPCServerSession> const& sess
 }
 
 void VellmarkService::Answer(IPCRequest const& request, google::protobuf::Message const& reply) {
-    auto const envelope = EnvelopeOf(reply);
-    auto send = [this, request, envelope] {
+    Answer(request, EnvelopeOf(reply));
+}
+
+void VellmarkService::Answer(IPCRequest const& request, IPCMessageEnvelope const& envelope) {
+    auto const send = [this](IPCRequest const& request, IPCMessageEnvelope const& envelope) {
         m_monitor.Send(request.session->Id(), "response", request.id, envelope,
                        [&] { return request.Respond(envelope); });
     };
-    AfterDelayOf(request.id, std::move(send));
+    // Undelayed, the answer leaves at once, without copies of the request and the answer.
+    if (m_faults.DelayOf(request.id).count() == 0) return send(request, envelope);
+    AfterDelayOf(request.id, [send, request, envelope] { send(request, envelope); });
+}
+
+IPCMessageEnvelope const& VellmarkService::QueryAnswer(
+    Vellmark::Admin::ResourceInfo const& resource) {
+    // Kept while the store stays as it was: a query is answered without reading, parsing
+    // and serializing the resource again.
+    auto& kept = m_queryAnswers[resource.name];
+    if (!kept.envelope || kept.generation != m_store.Generation()) {
+        kept.envelope = EnvelopeOf(*m_catalog.Read(resource));
+        kept.generation = m_store.Generation();
+    }
+    return *kept.envelope;
 }
 
 void VellmarkService::NotifyRequester(IPCRequest const& request, unsigned int id,

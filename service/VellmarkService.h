@@ -92,6 +92,9 @@ private:
 
     // Answers, after the delay asked for its identifier.
     void Answer(IPCRequest const& request, google::protobuf::Message const& reply);
+    void Answer(IPCRequest const& request, IPCMessageEnvelope const& envelope);
+    // The answer to a query of `resource`, as the store holds it now.
+    IPCMessageEnvelope const& QueryAnswer(Vellmark::Admin::ResourceInfo const& resource);
     // Sends `message` to the requester alone under `id`, after the same delay.
     void NotifyRequester(IPCRequest const& request, unsigned int id,
                          google::protobuf::Message const& message);
@@ -135,6 +138,11 @@ private:
     TrafficMonitor m_monitor;
     AdminSlices m_adminSlices;
     std::unique_ptr<UpdatePush> m_push;  // the push under way, if any
+    struct KeptAnswer {
+        std::optional<IPCMessageEnvelope> envelope;
+        std::uint64_t generation = 0;  // the store's, when it was made
+    };
+    std::map<std::string, KeptAnswer> m_queryAnswers;
     IL::Task m_task;
     std::unique_ptr<IPCServer> m_server;
     std::unique_ptr<IPCServer> m_admin;

@@ -13,6 +13,7 @@
 // callback copy inside it) belongs to the router until it ends: through its
 // CallbackConnection, when its response has arrived, or with the router. Destroying a
 // CallbackConnection without calling Disconnect() leaves the registration in force.
+#include <cstddef>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -85,9 +86,15 @@ public:
     void CallbackHelper(IPCMessageEnvelope const& envelope, Callback& callback) {
         using T = typename CallbackMessage<Callback>::type;
         if (!AcceptsPayloadType(envelope, T::descriptor()->name())) return;
-        T message;
+        // Each thread decodes into one message of each type, cleared by the parse: it holds
+        // exactly what a fresh message would, but keeps its parts' memory for the next
+        // message instead of allocating and freeing all of them each time. The firing makes
+        // its own full copy. One that a large payload grew is let go afterwards.
+        constexpr std::size_t kKeptPayloadBytes = 64 * 1024;
+        thread_local T message;
         envelope.GetPayload(message);
         callback.impl->fire(message);
+        if (envelope.payload().size() > kKeptPayloadBytes) T().Swap(&message);
     }
 
 private:

@@ -30,7 +30,7 @@ namespace {
 
 bool Send(Tarv::FramedConnection& connection, IPCFrame::Kind kind, unsigned int id,
           std::uint64_t number, IPCMessageEnvelope const& envelope) {
-    return connection.Send(Tarv::MakeFrame(kind, id, envelope.Base(), number)) ==
+    return connection.Send(kind, id, number, envelope.Base()) ==
            Tarv::FramedConnection::SendResult::Sent;
 }
 

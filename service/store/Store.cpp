@@ -273,6 +273,7 @@ std::optional<std::string> Store::Resource(std::string const& name) const {
 }
 
 void Store::PutResource(std::string const& name, std::string const& bytes) {
+    ++m_generation;
     Statement upsert(*this,
                      "INSERT INTO resources(name, payload) VALUES(?, ?)"
                      " ON CONFLICT(name) DO UPDATE SET payload = excluded.payload");
@@ -304,6 +305,7 @@ std::optional<VellmarkPB::serviceAccounts> Store::Account(std::string const& acc
 }
 
 void Store::PutAccount(VellmarkPB::serviceAccounts const& account) {
+    ++m_generation;
     Statement upsert(*this,
                      "INSERT INTO accounts(account_id, position, payload)"
                      " VALUES(?, (SELECT coalesce(max(position), 0) + 1 FROM accounts), ?)"
@@ -313,6 +315,7 @@ void Store::PutAccount(VellmarkPB::serviceAccounts const& account) {
 }
 
 bool Store::DeleteAccount(std::string const& accountID) {
+    ++m_generation;
     Statement remove(*this, "DELETE FROM accounts WHERE account_id = ?");
     remove.Bind(1, accountID);
     remove.Step();
@@ -320,6 +323,7 @@ bool Store::DeleteAccount(std::string const& accountID) {
 }
 
 void Store::DeleteAllAccounts() {
+    ++m_generation;
     Execute("DELETE FROM accounts");
 }
 
@@ -340,7 +344,9 @@ Store::Transaction::Transaction(Store& store) : m_store(store) {
 }
 
 Store::Transaction::~Transaction() {
-    if (!m_done) sqlite3_exec(m_store.m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+    if (m_done) return;
+    sqlite3_exec(m_store.m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+    ++m_store.m_generation;
 }
 
 void Store::Transaction::Commit() {
@@ -348,6 +354,7 @@ void Store::Transaction::Commit() {
         m_store.Execute("COMMIT");
     } catch (...) {
         sqlite3_exec(m_store.m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+        ++m_store.m_generation;
         m_done = true;
         throw;
     }

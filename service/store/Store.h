@@ -79,6 +79,11 @@ public:
     bool DeleteAccount(std::string const& accountID);
     void DeleteAllAccounts();
 
+    // Changes whenever what the store holds may have changed (a write, a rolled-back
+    // transaction): what was read while it stays the same is still what the store holds,
+    // so readers may keep it.
+    std::uint64_t Generation() const { return m_generation; }
+
     // The next value of the counter `name`, from 1; never repeats, also across restarts.
     std::uint64_t NextNumber(std::string const& name);
 
@@ -111,6 +116,7 @@ private:
     std::string const m_path;
     std::optional<unsigned> m_tightenedFrom;
     sqlite3* m_db = nullptr;
+    std::uint64_t m_generation = 0;
 };
 
 }  // namespace Vellmark::Service

@@ -249,5 +249,33 @@ TEST_F(QueriesAndSubscriptions, PresetsWithARepeatedKeyAreNotStored) {
     EXPECT_TRUE(Same(AdminGet<VellmarkPB::VellmarkPresets>("presets"), SeedDocument().presets()));
 }
 
+TEST_F(QueriesAndSubscriptions, EachQueryAnswersWithTheLatestChangeAndNotWithARefusedOne) {
+    Callback<VellmarkPB::sources> sources;
+    Callback<VellmarkPB::VellmarkPresets> presets;
+    auto sourcesIn = Collect(sources);
+    auto presetsIn = Collect(presets);
+    Client().GetSources(sources);
+    ASSERT_TRUE(sourcesIn->WaitFor(1, kBound));
+    EXPECT_TRUE(Same(sourcesIn->At(0), SeedDocument().sources()));
+
+    for (int round = 1; round <= 3; ++round) {
+        VellmarkPB::sources changed = SeedDocument().sources();
+        changed.mutable_source(0)->mutable_sourcename()->set_text("renamed " +
+                                                                  std::to_string(round));
+        AdminPut("sources", changed);
+        Client().GetSources(sources);
+        ASSERT_TRUE(sourcesIn->WaitFor(1 + round, kBound));
+        EXPECT_TRUE(Same(sourcesIn->At(round), changed)) << "round " << round;
+    }
+
+    VellmarkPB::VellmarkPresets refused;
+    refused.add_presets()->set_key("3");
+    refused.add_presets()->set_key("3");
+    Client().StorePresets(refused, [](VellmarkPB::VellmarkPresets const&) {});
+    Client().GetPresets(presets);
+    ASSERT_TRUE(presetsIn->WaitFor(1, kBound));
+    EXPECT_TRUE(Same(presetsIn->At(0), SeedDocument().presets()));
+}
+
 }  // namespace
 }  // namespace Vellmark::EndToEnd

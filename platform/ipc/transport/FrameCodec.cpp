@@ -1,8 +1,11 @@
 #include "platform/ipc/transport/FrameCodec.h"
 
+#include <cstdint>
+
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/util/delimited_message_util.h>
+#include <google/protobuf/wire_format_lite.h>
 
 namespace Tarv {
 
@@ -43,6 +46,38 @@ bool AppendFrame(IPCFrame const& frame, std::string& out, std::size_t maxFrameBy
     if (!written || static_cast<std::size_t>(frame.GetCachedSize()) > maxFrameBytes) {
         out.resize(start);
         return false;
+    }
+    return true;
+}
+
+bool AppendFrame(IPCFrame::Kind kind, unsigned int id, IPCMessageEnvelopeBase const& envelope,
+                 std::uint64_t number, std::string& out, std::size_t maxFrameBytes) {
+    using google::protobuf::internal::WireFormatLite;
+    using google::protobuf::io::CodedOutputStream;
+    bool const numbered = kind == IPCFrame::REQUEST || kind == IPCFrame::RESPONSE;
+    bool const renumbered = !envelope.has_message_id() || envelope.message_id() != id;
+    std::size_t const envelopeBytes =
+        envelope.ByteSizeLong() + (renumbered ? 1 + CodedOutputStream::VarintSize32(id) : 0);
+    std::size_t const body = 1 + CodedOutputStream::VarintSize32(static_cast<std::uint32_t>(kind)) +
+                             (numbered ? 1 + CodedOutputStream::VarintSize64(number) : 0) + 1 +
+                             CodedOutputStream::VarintSize64(envelopeBytes) + envelopeBytes;
+    if (body > maxFrameBytes || body > std::size_t(INT32_MAX)) return false;
+    std::size_t const start = out.size();
+    out.resize(start + CodedOutputStream::VarintSize64(body) + body);
+    auto* at = reinterpret_cast<std::uint8_t*>(&out[start]);
+    at = CodedOutputStream::WriteVarint64ToArray(body, at);
+    at = WireFormatLite::WriteEnumToArray(IPCFrame::kKindFieldNumber, kind, at);
+    if (numbered) {
+        at = WireFormatLite::WriteUInt64ToArray(IPCFrame::kRequestNumberFieldNumber, number, at);
+    }
+    at = WireFormatLite::WriteTagToArray(IPCFrame::kEnvelopeFieldNumber,
+                                         WireFormatLite::WIRETYPE_LENGTH_DELIMITED, at);
+    at = CodedOutputStream::WriteVarint64ToArray(envelopeBytes, at);
+    // The size was just computed and cached: the envelope is written from it.
+    at = envelope.SerializeWithCachedSizesToArray(at);
+    if (renumbered) {
+        at = WireFormatLite::WriteUInt32ToArray(IPCMessageEnvelopeBase::kMessageIdFieldNumber, id,
+                                                at);
     }
     return true;
 }

@@ -27,6 +27,15 @@ IPCFrame MakeFrame(IPCFrame::Kind kind, unsigned int id, IPCMessageEnvelopeBase 
 bool AppendFrame(IPCFrame const& frame, std::string& out,
                  std::size_t maxFrameBytes = kMaxFrameBytes);
 
+// Appends the frame MakeFrame(kind, id, envelope, number) makes, length-delimited, without
+// copying the envelope: what every send does. The bytes are MakeFrame's, except that an
+// envelope naming another identifier keeps it and gets `id` after it (the last one counts
+// when parsed). False (and `out` unchanged) if the body would be longer than
+// `maxFrameBytes`.
+bool AppendFrame(IPCFrame::Kind kind, unsigned int id, IPCMessageEnvelopeBase const& envelope,
+                 std::uint64_t number, std::string& out,
+                 std::size_t maxFrameBytes = kMaxFrameBytes);
+
 // Cuts a byte stream into frames. Feed it bytes as they arrive, then call Next until it
 // stops returning Status::Frame. A frame that parses but lacks its kind, its identifier or
 // (for requests and responses) its number is Malformed. After TooLarge or Malformed the stream

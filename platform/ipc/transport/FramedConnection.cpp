@@ -196,13 +196,29 @@ void FramedConnection::OnRead(std::size_t bytes) {
 }
 
 FramedConnection::SendResult FramedConnection::Send(IPCFrame const& frame) {
-    std::string bytes;
-    if (!AppendFrame(frame, bytes, m_limits.maxFrameBytes)) {
+    return Send(frame.kind(), frame.envelope().message_id(), frame.request_number(),
+                frame.envelope());
+}
+
+FramedConnection::SendResult FramedConnection::Send(IPCFrame::Kind kind, unsigned int id,
+                                                    std::uint64_t number,
+                                                    IPCMessageEnvelopeBase const& envelope) {
+    // One buffer per thread, kept between sends unless a rare large frame grew it.
+    constexpr std::size_t kKeptBufferBytes = 256 * 1024;
+    thread_local std::string buffer;
+    buffer.clear();
+    if (!AppendFrame(kind, id, envelope, number, buffer, m_limits.maxFrameBytes)) {
         IPCLog().Log(DPrint::Warning,
                      "%s: frame of %zu bytes is over the limit of %zu bytes; not sent",
-                     m_description.c_str(), frame.ByteSizeLong(), m_limits.maxFrameBytes);
+                     m_description.c_str(), envelope.ByteSizeLong(), m_limits.maxFrameBytes);
         return SendResult::TooLarge;
     }
+    SendResult const result = SendBytes(buffer);
+    if (buffer.capacity() > kKeptBufferBytes) std::string().swap(buffer);
+    return result;
+}
+
+FramedConnection::SendResult FramedConnection::SendBytes(std::string const& bytes) {
     std::unique_lock<std::mutex> lock(m_mutex);
     if (!m_open) return SendResult::Closed;
     std::size_t written = 0;

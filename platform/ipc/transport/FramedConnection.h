@@ -62,6 +62,11 @@ public:
     // Runs `work` on the loop's thread; false, with `work` dropped, once the loop has ended.
     bool Post(std::function<void()> work);
 
+    // Sends the frame MakeFrame(kind, id, envelope, number) makes, encoded straight from the
+    // envelope into this thread's send buffer: no copy of the payload, no allocation once
+    // the buffer has grown.
+    SendResult Send(IPCFrame::Kind kind, unsigned int id, std::uint64_t number,
+                    IPCMessageEnvelopeBase const& envelope);
     SendResult Send(IPCFrame const& frame);
 
     bool IsOpen() const override;
@@ -80,6 +85,8 @@ private:
     void OnRead(std::size_t bytes);
     // Writes what the socket takes now, with the lock held.
     ssize_t SendSome(char const* data, std::size_t size);
+    // Sends the encoded frame `bytes` (see Send).
+    SendResult SendBytes(std::string const& bytes);
     // Logs a failed write and closes; releases `lock` first.
     void FailSend(std::unique_lock<std::mutex>& lock, int error);
     void WaitWritable();

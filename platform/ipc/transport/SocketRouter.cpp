@@ -74,7 +74,7 @@ void SocketRouter::Stop() {
 
 bool SocketRouter::SendEnvelope(unsigned int id, IPCMessageEnvelope const& envelope) {
     if (!IsOpen()) return false;
-    return m_connection->Send(MakeFrame(IPCFrame::ONE_WAY, id, envelope.Base())) ==
+    return m_connection->Send(IPCFrame::ONE_WAY, id, 0, envelope.Base()) ==
            FramedConnection::SendResult::Sent;
 }
 
@@ -93,7 +93,7 @@ CallbackConnection SocketRouter::SendEnvelopeRequest(unsigned int id,
         // Registered before sending: the response may come back before Send returns.
         m_requests.emplace(number, onResponse);
     }
-    if (m_connection->Send(MakeFrame(IPCFrame::REQUEST, id, request.Base(), number)) !=
+    if (m_connection->Send(IPCFrame::REQUEST, id, number, request.Base()) !=
         FramedConnection::SendResult::Sent) {
         Forget(number, true);
         return CallbackConnection();
@@ -157,14 +157,17 @@ void SocketRouter::Forget(std::uint64_t key, bool request) {
 
 void SocketRouter::OnFrame(IPCFrame& frame) {
     std::lock_guard<std::recursive_mutex> dispatch(m_dispatch);
-    IPCMessageEnvelope const envelope(std::move(*frame.mutable_envelope()));
+    // Borrowed from the frame and handed back after delivery, not moved out: the frame keeps
+    // its payload buffer for the next one, so decoding allocates nothing once it has grown.
+    IPCMessageEnvelope envelope;
+    envelope.MutableBase().Swap(frame.mutable_envelope());
     switch (frame.kind()) {
         case IPCFrame::RESPONSE:
             DeliverResponse(frame.request_number(), envelope);
-            return;
+            break;
         case IPCFrame::NOTIFICATION:
             DeliverNotification(envelope);
-            return;
+            break;
         default:
             IPCLog().Log(DPrint::Info,
                          "router %s: message %u of kind %s is not for a client; "
@@ -172,6 +175,7 @@ void SocketRouter::OnFrame(IPCFrame& frame) {
                          m_name.c_str(), envelope.message_id(),
                          IPCFrame::Kind_Name(frame.kind()).c_str());
     }
+    frame.mutable_envelope()->Swap(&envelope.MutableBase());
 }
 
 void SocketRouter::DeliverResponse(std::uint64_t number, IPCMessageEnvelope const& envelope) {

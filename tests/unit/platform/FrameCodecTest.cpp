@@ -137,6 +137,59 @@ TEST(FrameCodec, MadeFramesCarryTheEnvelopeUnderTheirIdentifier) {
     EXPECT_FALSE(envelope.has_message_id()) << "the caller's envelope is left as it was";
 }
 
+// The encoder every send uses writes MakeFrame's bytes, without copying the envelope.
+TEST(FrameCodec, DirectEncodingWritesTheBytesOfTheMadeFrame) {
+    Tarv::IPCMessageEnvelopeBase envelope;
+    envelope.set_payload(std::string(300, 'p'));
+    envelope.set_payload_type_name("sources");
+    for (auto kind :
+         {IPCFrame::REQUEST, IPCFrame::RESPONSE, IPCFrame::NOTIFICATION, IPCFrame::ONE_WAY}) {
+        for (std::uint64_t number :
+             {std::uint64_t(0), std::uint64_t(1), std::uint64_t(300), ~std::uint64_t(0)}) {
+            for (unsigned int id : {0u, 1u, 30u, 100000u}) {
+                std::string direct = "kept";
+                ASSERT_TRUE(Tarv::AppendFrame(kind, id, envelope, number, direct));
+                EXPECT_EQ(direct, "kept" + Encoded(Tarv::MakeFrame(kind, id, envelope, number)))
+                    << "kind " << kind << " number " << number << " id " << id;
+            }
+        }
+    }
+    Tarv::IPCMessageEnvelopeBase empty;
+    std::string direct;
+    ASSERT_TRUE(Tarv::AppendFrame(IPCFrame::ONE_WAY, 13, empty, 0, direct));
+    EXPECT_EQ(direct, Encoded(Tarv::MakeFrame(IPCFrame::ONE_WAY, 13, empty)));
+}
+
+TEST(FrameCodec, DirectEncodingOfAnEnvelopeUnderAnotherIdentifierDecodesUnderTheNewOne) {
+    Tarv::IPCMessageEnvelopeBase envelope;
+    envelope.set_payload("p");
+    envelope.set_message_id(5);  // as delivered, then sent on under another identifier
+    std::string bytes;
+    ASSERT_TRUE(Tarv::AppendFrame(IPCFrame::RESPONSE, 7, envelope, 2, bytes));
+    FrameDecoder decoder;
+    decoder.Feed(bytes.data(), bytes.size());
+    IPCFrame frame;
+    ASSERT_EQ(decoder.Next(frame), Status::Frame);
+    EXPECT_EQ(frame.envelope().message_id(), 7u);
+    EXPECT_EQ(frame.envelope().payload(), "p");
+    EXPECT_EQ(frame.request_number(), 2u);
+    // The same identifier again: the bytes are MakeFrame's exactly.
+    std::string same;
+    ASSERT_TRUE(Tarv::AppendFrame(IPCFrame::RESPONSE, 5, envelope, 2, same));
+    EXPECT_EQ(same, Encoded(Tarv::MakeFrame(IPCFrame::RESPONSE, 5, envelope, 2)));
+}
+
+TEST(FrameCodec, DirectEncodingRefusesABodyOverTheLimitAndLeavesTheOutputAlone) {
+    Tarv::IPCMessageEnvelopeBase envelope;
+    envelope.set_payload(std::string(100, 'z'));
+    std::string const made = Encoded(Tarv::MakeFrame(IPCFrame::REQUEST, 1, envelope, 1));
+    std::size_t const body = made.size() - 1;  // a one-byte length
+    std::string bytes = "kept";
+    EXPECT_FALSE(Tarv::AppendFrame(IPCFrame::REQUEST, 1, envelope, 1, bytes, body - 1));
+    EXPECT_EQ(bytes, "kept");
+    EXPECT_TRUE(Tarv::AppendFrame(IPCFrame::REQUEST, 1, envelope, 1, bytes, body));
+}
+
 TEST(FrameCodec, ManyFramesThroughOneDecoderKeepItsBufferSmall) {
     std::string const one = Encoded(Request(3, std::string(1000, 'q')));
     FrameDecoder decoder;

@@ -169,6 +169,34 @@ TEST_F(StoreTest, ACommittedTransactionIsKept) {
     EXPECT_EQ(IdsOf(store.Accounts()), std::vector<std::string>{"committed"});
 }
 
+TEST_F(StoreTest, TheGenerationChangesWithEveryWriteAndRollbackAndOnlyThen) {
+    Store store(path);
+    auto generation = store.Generation();
+    auto const changed = [&] {
+        bool const moved = store.Generation() != generation;
+        generation = store.Generation();
+        return moved;
+    };
+    store.Resource("presets");
+    store.Accounts();
+    EXPECT_FALSE(changed()) << "reading changes nothing";
+    store.PutResource("presets", "a");
+    EXPECT_TRUE(changed());
+    store.PutAccount(Account("one"));
+    EXPECT_TRUE(changed());
+    store.DeleteAccount("one");
+    EXPECT_TRUE(changed());
+    store.DeleteAllAccounts();
+    EXPECT_TRUE(changed());
+    {
+        Store::Transaction transaction(store);
+        store.PutResource("presets", "b");
+        changed();
+    }
+    EXPECT_TRUE(changed()) << "what was read inside the transaction is gone";
+    EXPECT_EQ(*store.Resource("presets"), "a");
+}
+
 TEST_F(StoreTest, KeepsItsFileInWalMode) {
     { Store store(path); }
     RawDatabase database(path);

@@ -39,8 +39,14 @@ install(DIRECTORY ${VELLMARK_PROTO_OUT}/ DESTINATION ${VELLMARK_INSTALL_INCLUDED
         PATTERN "IPCFrame.pb.h" EXCLUDE
         PATTERN "VellmarkAdmin.pb.h" EXCLUDE
         PATTERN "tests" EXCLUDE)
+# Every schema a consumer compiles against, at the name the others import it by, so that
+# protoc -I <prefix>/include/VellmarkClient/proto takes them as they are.
 install(DIRECTORY Protobufs/ lan/ DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR}/proto
         FILES_MATCHING PATTERN "*.proto")
+install(FILES platform/log/ProtoToMarkup/MarkupOptions.proto
+        DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR}/proto/ProtoToMarkup)
+install(FILES framework/ipc/IPCMessageEnvelopeBase.proto
+        DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR}/proto)
 
 install(EXPORT VellmarkClientTargets NAMESPACE VellmarkClient::
         DESTINATION ${VELLMARK_INSTALL_CMAKEDIR})

@@ -18,6 +18,7 @@ set(VELLMARK_PUBLIC_HEADERS
   framework/ipc/IPCMessageRouterIF.h
   framework/task/CallbackConnection.h framework/task/NotifyTargetTaskIF.h
   framework/task/WeakRef.h
+  platform/TarvExport.h
   platform/ipc/ClientListener.h platform/ipc/IPCDirectory.h platform/ipc/IPCFrameLimit.h
   platform/ipc/IPCLog.h platform/ipc/IPCMessageRouterFactory.h platform/ipc/IPCServer.h
   platform/ipc/PeerCredentials.h

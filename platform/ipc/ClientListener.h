@@ -14,11 +14,12 @@
 
 #include "framework/ipc/ConnectorSocket.h"
 #include "framework/task/CallbackConnection.h"
+#include "platform/TarvExport.h"
 #include "platform/ipc/IPCDirectory.h"
 
 namespace IL {
 
-class ClientListenerIF {
+class TARV_EXPORT ClientListenerIF {
 public:
     using OnConnected = std::function<void(std::shared_ptr<Network::ConnectorSocket> const&)>;
 
@@ -36,11 +37,11 @@ using ClientListenerFactory = std::function<std::shared_ptr<ClientListenerIF>(
     std::string const& name, std::chrono::milliseconds period)>;
 
 // A listener called `name` that retries every `period`.
-std::shared_ptr<ClientListenerIF> CreateClientListener(std::string const& name,
-                                                       std::chrono::milliseconds period);
+TARV_EXPORT std::shared_ptr<ClientListenerIF> CreateClientListener(
+    std::string const& name, std::chrono::milliseconds period);
 
 // Makes CreateClientListener use `factory` from now on and returns the factory used so
 // far; an empty one restores the built-in listener.
-ClientListenerFactory SetClientListenerFactory(ClientListenerFactory factory);
+TARV_EXPORT ClientListenerFactory SetClientListenerFactory(ClientListenerFactory factory);
 
 }  // namespace IL

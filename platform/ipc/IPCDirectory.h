@@ -18,7 +18,9 @@
 #include <string>
 #include <vector>
 
-class IPCEndpoint {
+#include "platform/TarvExport.h"
+
+class TARV_EXPORT IPCEndpoint {
 public:
     IPCEndpoint(std::string name, std::string path)
         : m_name(std::move(name)), m_path(std::move(path)) {}
@@ -32,7 +34,7 @@ private:
     std::string m_path;
 };
 
-class IPCDirectory {
+class TARV_EXPORT IPCDirectory {
 public:
     static constexpr char const* kRuntimeFolderVariable = "TARV_RUNTIME_DIR";
     static constexpr char const* kDefaultRuntimeFolder = "/run/tarv";

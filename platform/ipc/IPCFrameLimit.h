@@ -17,8 +17,9 @@
 #include <cstdint>
 
 #include "framework/ipc/IPCMessageEnvelope.h"
+#include "platform/TarvExport.h"
 
-class IPCFrameLimit {
+class TARV_EXPORT IPCFrameLimit {
 public:
     static constexpr std::size_t kDefaultFrameBytes = std::size_t(1) << 20;
     static constexpr std::size_t kMinFrameBytes = std::size_t(4) << 10;
@@ -38,7 +39,7 @@ namespace Tarv {
 
 // A connection's bounds: the largest frame, and how many bytes may wait to be sent to a
 // peer that does not read before it is taken for gone.
-struct ConnectionLimits {
+struct TARV_EXPORT ConnectionLimits {
     static constexpr std::size_t kMaxQueuedBytes = std::size_t(4) << 20;
     // The process's frame limit when the connection is made.
     std::size_t maxFrameBytes = IPCFrameLimit::MaxFrameBytes();

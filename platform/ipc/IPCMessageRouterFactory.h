@@ -10,8 +10,9 @@
 #include "framework/ipc/ConnectorSocket.h"
 #include "framework/ipc/IPCMessageRouterIF.h"
 #include "framework/task/NotifyTargetTaskIF.h"
+#include "platform/TarvExport.h"
 
-class IPCMessageRouterFactory {
+class TARV_EXPORT IPCMessageRouterFactory {
 public:
     using Factory = std::function<std::shared_ptr<IPCMessageRouterIF>(
         std::string const& name, NotifyTargetTaskIF* task,

@@ -138,7 +138,10 @@ void PrepareSocketPath(std::string const& path, mode_t folderMode) {
 
 }  // namespace
 
-class IPCServer::Core : public std::enable_shared_from_this<Core> {
+// Hidden although its enclosing class is exported: it is the server's private state, and
+// the Asio types in its members must not leave the library.
+class __attribute__((visibility("hidden"))) IPCServer::Core
+    : public std::enable_shared_from_this<Core> {
 public:
     Core(std::string name, Handlers handlers, Options options)
         : m_service(Tarv::IoService::Shared()),

@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "framework/ipc/IPCMessageEnvelope.h"
+#include "platform/TarvExport.h"
 #include "platform/ipc/IPCFrameLimit.h"
 #include "platform/ipc/PeerCredentials.h"
 #include "platform/task/EventLoopOwner.h"
@@ -39,7 +40,7 @@ class FramedConnection;
 
 // One accepted connection. Any thread may use it; once the connection has ended its
 // operations do nothing and report false.
-class IPCServerSession {
+class TARV_EXPORT IPCServerSession {
 public:
     IPCServerSession(std::uint64_t id, std::shared_ptr<Tarv::FramedConnection> connection);
 
@@ -62,7 +63,7 @@ private:
 };
 
 // One request, as the request handler receives it. Copyable: keep it to answer later.
-struct IPCRequest {
+struct TARV_EXPORT IPCRequest {
     std::shared_ptr<IPCServerSession> session;
     unsigned int id = 0;
     std::uint64_t number = 0;
@@ -75,7 +76,7 @@ struct IPCRequest {
     }
 };
 
-class IPCServer {
+class TARV_EXPORT IPCServer {
 public:
     using SessionPtr = std::shared_ptr<IPCServerSession>;
     struct Handlers {

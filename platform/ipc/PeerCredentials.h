@@ -6,6 +6,8 @@
 #include <optional>
 #include <vector>
 
+#include "platform/TarvExport.h"
+
 namespace Tarv {
 
 struct PeerCredentials {
@@ -15,9 +17,9 @@ struct PeerCredentials {
 };
 
 // Nothing if `fd` is not a connected Unix socket.
-std::optional<PeerCredentials> ReadPeerCredentials(int fd);
+TARV_EXPORT std::optional<PeerCredentials> ReadPeerCredentials(int fd);
 
 // The peer's supplementary groups; empty when the kernel (or an emulator) cannot tell.
-std::vector<gid_t> ReadPeerGroups(int fd);
+TARV_EXPORT std::vector<gid_t> ReadPeerGroups(int fd);
 
 }  // namespace Tarv

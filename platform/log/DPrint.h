@@ -20,7 +20,9 @@
 #include <string>
 #include <string_view>
 
-class DPrint {
+#include "platform/TarvExport.h"
+
+class TARV_EXPORT DPrint {
 public:
     enum Level : int { Error = 0, Warning = 1, Flow = 2, Info = 3, Detail = 4 };
 

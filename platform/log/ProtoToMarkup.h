@@ -6,6 +6,8 @@
 
 #include <google/protobuf/message.h>
 
+#include "platform/TarvExport.h"
+
 namespace ProtoToMarkup {
 
 // Renders `message` as JSON.
@@ -16,7 +18,7 @@ namespace ProtoToMarkup {
 //   accessToken); otherwise the field names as written in the schema, which keeps fields
 //   such as access_token and accessToken apart.
 // Returns an empty string when the message cannot be rendered.
-std::string ToJson(google::protobuf::Message const& message, bool pretty, bool printDefaults,
+TARV_EXPORT std::string ToJson(google::protobuf::Message const& message, bool pretty, bool printDefaults,
                    bool camelCaseNames);
 
 }  // namespace ProtoToMarkup

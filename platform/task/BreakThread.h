@@ -5,10 +5,11 @@
 #include <functional>
 
 #include "framework/task/NotifyTargetTaskIF.h"
+#include "platform/TarvExport.h"
 
 namespace IL {
 
-void BreakThread(std::function<void()> const& function, NotifyTargetTaskIF* task);
-void BreakThread(std::function<void()>&& function, NotifyTargetTaskIF* task);
+TARV_EXPORT void BreakThread(std::function<void()> const& function, NotifyTargetTaskIF* task);
+TARV_EXPORT void BreakThread(std::function<void()>&& function, NotifyTargetTaskIF* task);
 
 }  // namespace IL

@@ -13,10 +13,11 @@
 #include <vector>
 
 #include "framework/task/NotifyTargetTaskIF.h"
+#include "platform/TarvExport.h"
 
 namespace Tarv {
 
-class EntryQueue {
+class TARV_EXPORT EntryQueue {
 public:
     using Batch = std::vector<std::shared_ptr<IL::CallbackEntry>>;
 

@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "framework/task/CallbackConnection.h"
+#include "platform/TarvExport.h"
 #include "platform/task/CallbackList.h"
 #include "platform/task/EventLoopOwner.h"
 
@@ -27,7 +28,7 @@ class io_context;
 
 namespace Tarv {
 
-class EventLoop {
+class TARV_TRANSPORT_EXPORT EventLoop {
 public:
     static std::shared_ptr<EventLoop> Create();
     ~EventLoop();

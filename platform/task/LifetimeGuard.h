@@ -11,9 +11,11 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/TarvExport.h"
+
 namespace Tarv {
 
-class LifetimeGuard {
+class TARV_EXPORT LifetimeGuard {
 public:
     static std::shared_ptr<LifetimeGuard> Create() { return std::make_shared<LifetimeGuard>(); }
 

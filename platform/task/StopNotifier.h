@@ -7,11 +7,12 @@
 #include <mutex>
 #include <vector>
 
+#include "platform/TarvExport.h"
 #include "platform/task/CallbackList.h"
 
 namespace Tarv {
 
-class StopNotifier {
+class TARV_EXPORT StopNotifier {
 public:
     StopNotifier() : m_list(CallbackList<std::function<void()>>::Create()) {}
 

@@ -20,13 +20,14 @@
 #include <thread>
 
 #include "framework/task/NotifyTargetTaskIF.h"
+#include "platform/TarvExport.h"
 #include "platform/task/EntryQueue.h"
 #include "platform/task/EventLoopOwner.h"
 #include "platform/task/StopNotifier.h"
 
 namespace IL {
 
-class Task final : public NotifyTargetTaskIF, public Tarv::EventLoopOwner {
+class TARV_EXPORT Task final : public NotifyTargetTaskIF, public Tarv::EventLoopOwner {
 public:
     // Starts the thread. `name` names the thread (the first 15 characters) and log lines.
     explicit Task(std::string name);

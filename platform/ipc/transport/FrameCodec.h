@@ -11,6 +11,7 @@
 #include <string>
 
 #include "IPCFrame.pb.h"
+#include "platform/TarvExport.h"
 #include "platform/ipc/IPCFrameLimit.h"
 
 namespace Tarv {
@@ -19,28 +20,30 @@ constexpr std::size_t kMaxFrameBytes = IPCFrameLimit::kDefaultFrameBytes;
 
 // A frame of `kind` carrying `envelope` under the identifier `id`; `number` is kept for
 // requests and responses only.
-IPCFrame MakeFrame(IPCFrame::Kind kind, unsigned int id, IPCMessageEnvelopeBase const& envelope,
-                   std::uint64_t number = 0);
+TARV_TRANSPORT_EXPORT IPCFrame MakeFrame(IPCFrame::Kind kind, unsigned int id,
+                                         IPCMessageEnvelopeBase const& envelope,
+                                         std::uint64_t number = 0);
 
 // Appends `frame`, length-delimited, to `out`. False (and `out` unchanged) if its body
 // would be longer than `maxFrameBytes`.
-bool AppendFrame(IPCFrame const& frame, std::string& out,
-                 std::size_t maxFrameBytes = kMaxFrameBytes);
+TARV_TRANSPORT_EXPORT bool AppendFrame(IPCFrame const& frame, std::string& out,
+                                       std::size_t maxFrameBytes = kMaxFrameBytes);
 
 // Appends the frame MakeFrame(kind, id, envelope, number) makes, length-delimited, without
 // copying the envelope: what every send does. The bytes are MakeFrame's, except that an
 // envelope naming another identifier keeps it and gets `id` after it (the last one counts
 // when parsed). False (and `out` unchanged) if the body would be longer than
 // `maxFrameBytes`.
-bool AppendFrame(IPCFrame::Kind kind, unsigned int id, IPCMessageEnvelopeBase const& envelope,
-                 std::uint64_t number, std::string& out,
-                 std::size_t maxFrameBytes = kMaxFrameBytes);
+TARV_TRANSPORT_EXPORT bool AppendFrame(IPCFrame::Kind kind, unsigned int id,
+                                       IPCMessageEnvelopeBase const& envelope, std::uint64_t number,
+                                       std::string& out,
+                                       std::size_t maxFrameBytes = kMaxFrameBytes);
 
 // Cuts a byte stream into frames. Feed it bytes as they arrive, then call Next until it
 // stops returning Status::Frame. A frame that parses but lacks its kind, its identifier or
 // (for requests and responses) its number is Malformed. After TooLarge or Malformed the stream
 // cannot be resynchronised: the connection must be closed.
-class FrameDecoder {
+class TARV_TRANSPORT_EXPORT FrameDecoder {
 public:
     enum class Status { Frame, NeedMore, TooLarge, Malformed };
 

@@ -27,6 +27,7 @@
 
 #include "framework/ipc/ConnectorSocket.h"
 #include "framework/task/CallbackConnection.h"
+#include "platform/TarvExport.h"
 #include "platform/ipc/PeerCredentials.h"
 #include "platform/ipc/transport/FrameCodec.h"
 #include "platform/ipc/transport/IoService.h"
@@ -34,8 +35,9 @@
 
 namespace Tarv {
 
-class FramedConnection final : public Network::ConnectorSocket,
-                               public std::enable_shared_from_this<FramedConnection> {
+class TARV_TRANSPORT_EXPORT FramedConnection final
+    : public Network::ConnectorSocket,
+      public std::enable_shared_from_this<FramedConnection> {
 public:
     using FrameHandler = std::function<void(IPCFrame& frame)>;
     enum class SendResult { Sent, Closed, TooLarge, QueueFull };

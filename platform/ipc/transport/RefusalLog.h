@@ -13,9 +13,11 @@
 #include <optional>
 #include <string>
 
+#include "platform/TarvExport.h"
+
 namespace Tarv {
 
-class RefusalLog {
+class TARV_TRANSPORT_EXPORT RefusalLog {
 public:
     using Clock = std::chrono::steady_clock;
     static constexpr std::chrono::seconds kWindow{60};

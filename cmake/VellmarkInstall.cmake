@@ -1,12 +1,20 @@
 # Install rules: the three libraries, the headers a caller of the client needs, the two
-# programs, an exported CMake package (find_package(VellmarkClient), target
-# VellmarkClient::VellmarkClient) and a pkg-config file.
+# programs with their manual pages and vellmarkctl's bash completion, an exported CMake
+# package (find_package(VellmarkClient), target VellmarkClient::VellmarkClient) and a
+# pkg-config file.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS VellmarkFramework TarvLibs VellmarkLan VellmarkClient
         EXPORT VellmarkClientTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS vellmarkd vellmarkctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# Pages in section N go to share/man/manN (none in a cross build without an emulator).
+foreach(page IN LISTS VELLMARK_MAN_PAGES)
+  string(REGEX REPLACE ".*\\.([0-9])$" "\\1" section ${page})
+  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+endforeach()
+install(FILES tools/completion/vellmarkctl
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
 
 # The public headers of the three libraries, each under include/VellmarkClient/ at the path
 # it has in the tree, so that their includes ("framework/task/...") hold once installed.

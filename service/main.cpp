@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "VellmarkVersion.h"
 #include "admin/Json.h"
 #include "platform/ipc/IPCDirectory.h"
 #include "platform/ipc/IPCFrameLimit.h"
@@ -91,6 +92,8 @@ int main(int argc, char** argv) {
     app.footer(
         "Exit codes: 0 stopped by SIGINT or SIGTERM, 1 the store or a socket cannot be "
         "opened, 2 bad arguments or seed file.");
+    app.set_version_flag("--version", Vellmark::VersionText("vellmarkd"),
+                         "print the versions of the library, the schema and the build");
     std::string db = DefaultStorePath();
     std::string seedFile;
     std::string runtimeDir;
@@ -153,6 +156,8 @@ int main(int argc, char** argv) {
         IPCFrameLimit::SetMaxFrameBytes(maxFrameBytes);
     } catch (CLI::CallForHelp const& help) {
         return app.exit(help);
+    } catch (CLI::CallForVersion const& version) {
+        return app.exit(version);
     } catch (CLI::ParseError const& error) {
         app.exit(error);
         return 2;

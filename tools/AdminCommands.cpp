@@ -8,7 +8,9 @@
 #include "admin/AdminClient.h"
 #include "admin/AdminProtocol.h"
 #include "admin/Json.h"
+#include "platform/ipc/IPCDirectory.h"
 #include "tools/Commands.h"
+#include "tools/ServiceProbe.h"
 
 namespace Vellmark::Ctl {
 namespace {
@@ -32,9 +34,15 @@ std::vector<std::string> AdminResources() {
 int AdminCall(Settings const& settings, Vellmark::Admin::Request request,
               std::unique_ptr<google::protobuf::Message> shown = nullptr) {
     request.set_pretty(settings.pretty && !shown);
+    ServiceProbe probe(IPCDirectory::Get().Lookup(Vellmark::Admin::kAdminEndpoint)->Path(),
+                       "--admin-allow-user");
+    if (probe.Found()) return Report(*probe.Found());
     try {
-        AdminClient admin(settings.Timeout());
-        std::string const json = admin.Command(request);
+        auto admin = std::make_shared<AdminClient>(settings.Timeout());
+        probe.Watch([weak = std::weak_ptr<AdminClient>(admin)] {
+            if (auto refused = weak.lock()) refused->Close();
+        });
+        std::string const json = admin->Command(request);
         if (shown) {
             PrintJson(json, *shown, settings);
         } else if (!json.empty()) {
@@ -42,8 +50,14 @@ int AdminCall(Settings const& settings, Vellmark::Admin::Request request,
         }
         return kOk;
     } catch (AdminError const& error) {
-        std::cerr << "vellmarkctl: " << error.what() << "\n";
         std::string const what = error.what();
+        // The connection may end before the probe has seen its second one closed.
+        if (auto const refused = what.find("closed the connection") != std::string::npos
+                                     ? probe.AwaitVerdict(settings.Timeout())
+                                     : probe.Verdict()) {
+            return Report(*refused);
+        }
+        std::cerr << "vellmarkctl: " << what << "\n";
         return what.rfind("vellmarkd refused", 0) == 0 ? kRefused : kNoAnswer;
     }
 }
@@ -181,6 +195,7 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
     };
     auto failArgs = std::make_shared<FailArgs>();
     failNext->add_option("id", failArgs->id, "the identifier: a number or a MessageId name")
+        ->type_name(kMessageIdType)
         ->required();
     failNext->add_option("--count", failArgs->count, "how many requests (0: cancel)")
         ->capture_default_str();
@@ -210,7 +225,8 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
     auto* delay = admin->add_subcommand("delay", "hold replies back (0 ms: stop delaying)");
     auto delayArgs = std::make_shared<std::pair<unsigned int, std::string>>();
     delay->add_option("milliseconds", delayArgs->first, "how long")->required();
-    delay->add_option("--id", delayArgs->second, "only replies under this identifier");
+    delay->add_option("--id", delayArgs->second, "only replies under this identifier")
+        ->type_name(kMessageIdType);
     delay->callback([&settings, &run, delayArgs] {
         run = [&settings, delayArgs] {
             Vellmark::Admin::Request request;

@@ -14,6 +14,7 @@
 #include "platform/task/BreakThread.h"
 #include "platform/task/Task.h"
 #include "tools/Commands.h"
+#include "tools/ServiceProbe.h"
 
 namespace Vellmark::Ctl {
 namespace {
@@ -68,8 +69,13 @@ std::vector<std::string> Names(std::map<std::string, Starter> const& table) {
 int WithClient(std::chrono::milliseconds bound,
                std::function<void(VellmarkClientAPI&, IL::Task&, Outcome&)> const& start,
                std::function<int()> const& onTimeout) {
-    IL::Task task("vellmarkctl");
+    // What stops the library from reaching the service is told at once, not after `bound`.
     Outcome outcome;
+    ServiceProbe probe(IPCDirectory::Get().Lookup(Vellmark::Admin::kServiceEndpoint)->Path(),
+                       "--allow-user and --allow-group");
+    if (probe.Found()) return Report(*probe.Found());
+    probe.Watch([&outcome] { outcome.Finish(kRefusedByService); });
+    IL::Task task("vellmarkctl");
     int code = -1;
     {
         VellmarkClientAPI client(&task);
@@ -77,6 +83,9 @@ int WithClient(std::chrono::milliseconds bound,
         code = outcome.Wait(bound);
     }
     task.Stop();
+    if (auto const refused = probe.Verdict(); refused && code == refused->code) {
+        return Report(*refused);
+    }
     return code >= 0 ? code : onTimeout();
 }
 

@@ -11,13 +11,27 @@
 
 namespace Vellmark::Ctl {
 
-// Exit codes of vellmarkctl.
+// Exit codes of vellmarkctl; kExitCodesHelp says them for --help.
 enum Exit : int {
     kOk = 0,
-    kRefused = 1,   // the service (or the library) refused; the Error is on stderr
-    kBadInput = 2,  // bad arguments or input file; nothing was sent
-    kNoAnswer = 3,  // no answer within --timeout, or the connection ended
+    kRefused = 1,           // the service (or the library) refused; the Error is on stderr
+    kBadInput = 2,          // bad arguments or input file; nothing was sent
+    kNoAnswer = 3,          // no answer within --timeout, or the connection ended
+    kNotRunning = 3,        // no socket file, or nothing listens on it
+    kPermissionDenied = 4,  // this user may not open the socket file
+    kRefusedByService = 5,  // the service's credential check closed the connection (or
+                            // the server is not one this user trusts)
 };
+inline constexpr char kExitCodesHelp[] =
+    "Exit codes:\n"
+    "  0  done\n"
+    "  1  refused: the service answered with an Error (printed on standard error)\n"
+    "  2  bad arguments or input; nothing was sent\n"
+    "  3  vellmarkd is not running (no socket file, or nothing listens on it), or no answer\n"
+    "     within --timeout\n"
+    "  4  permission denied: this user may not open the socket file\n"
+    "  5  the service closed the connection at once: its credential check does not let this\n"
+    "     user in (or the server runs as a user that is not trusted)";
 
 struct Settings {
     double timeoutSeconds = 5;

@@ -3,6 +3,7 @@
 // endpoint). Results are JSON documents on standard output, one per reply or update.
 #include <iostream>
 
+#include "VellmarkVersion.h"
 #include "admin/Json.h"
 #include "client/VellmarkClientLog.h"
 #include "platform/ipc/IPCDirectory.h"
@@ -12,11 +13,11 @@
 
 int main(int argc, char** argv) {
     Vellmark::Json::QuietenKnownWarnings();
-    CLI::App app(
-        "vellmarkctl: drive the Vellmark service. Results are JSON on standard output.\n"
-        "Exit codes: 0 done, 1 refused (the Error is printed on standard error), 2 bad "
-        "arguments or input (nothing sent), 3 no answer within --timeout.",
-        "vellmarkctl");
+    CLI::App app("vellmarkctl: drive the Vellmark service. Results are JSON on standard output.",
+                 "vellmarkctl");
+    app.footer(Vellmark::Ctl::kExitCodesHelp);
+    app.set_version_flag("--version", Vellmark::VersionText("vellmarkctl"),
+                         "print the versions of the library, the schema and the build");
     Vellmark::Ctl::Settings settings;
     int logLevel = -1;
     std::string runtimeDir;
@@ -43,6 +44,16 @@ int main(int argc, char** argv) {
     Vellmark::Ctl::Run run;
     Vellmark::Ctl::AddClientCommands(app, settings, run);
     Vellmark::Ctl::AddAdminCommands(app, settings, run);
+    Vellmark::Ctl::AddInfoCommands(app, settings, run);
+
+    // The bash completion script asks what may follow the words typed so far.
+    if (argc >= 2 && std::string(argv[1]) == "__complete") {
+        for (auto const& word :
+             Vellmark::Ctl::Completions(app, std::vector<std::string>(argv + 2, argv + argc))) {
+            std::cout << word << '\n';
+        }
+        return Vellmark::Ctl::kOk;
+    }
 
     try {
         app.parse(argc, argv);
@@ -50,6 +61,8 @@ int main(int argc, char** argv) {
         return app.exit(help);
     } catch (CLI::CallForAllHelp const& help) {
         return app.exit(help);
+    } catch (CLI::CallForVersion const& version) {
+        return app.exit(version);
     } catch (CLI::ParseError const& error) {
         app.exit(error);
         return Vellmark::Ctl::kBadInput;

@@ -49,7 +49,7 @@ TEST_F(ServiceAccess, AnotherUserIsRefusedUnlessAllowedAndTheRefusalIsLoggedOnce
     ASSERT_EQ(::chmod(Folder().c_str(), 0711), 0);  // others may reach the socket files
     StartService();
     auto refused = CtlAsNobody({"--timeout", "1", "get", "persons"});
-    EXPECT_EQ(refused->ExitCode(), 3) << refused->Errors();
+    EXPECT_EQ(refused->ExitCode(), 5) << refused->Errors();
     ASSERT_TRUE(Service().WaitForError("refused a connection from uid 65534", kBound));
     auto const log = Service().Errors();
     auto const first = log.find("refused a connection from uid 65534");
@@ -57,7 +57,7 @@ TEST_F(ServiceAccess, AnotherUserIsRefusedUnlessAllowedAndTheRefusalIsLoggedOnce
         << "one line per user and minute:\n"
         << log;
     auto admin = CtlAsNobody({"--timeout", "1", "admin", "acks"});
-    EXPECT_EQ(admin->ExitCode(), 3) << admin->Errors();
+    EXPECT_EQ(admin->ExitCode(), 5) << admin->Errors();
     StopService();
 
     StartService(false, {"--allow-user", "nobody", "--admin-allow-user", kNobody});

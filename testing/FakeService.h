@@ -16,9 +16,9 @@
 //
 // Threads: the service answers on a thread of its own (and delayed answers leave from a
 // timer thread); clients' callbacks run on their own tasks as always. The operations
-// below may be called from any thread, one at a time, but not from inside a callback
-// running while Stop() waits. Each fault returns once the service has taken it in: a
-// request sent after the call returns sees it.
+// below may be called from any thread (a client's callback included), one at a time: the
+// object itself is not locked. Each returns once the service has taken the command in, so
+// a request sent after it returns sees it.
 //
 // Errors: bad JSON and commands the service refuses throw std::invalid_argument naming
 // the problem; a service that cannot start, or does not answer, std::runtime_error.

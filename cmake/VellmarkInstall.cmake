@@ -1,7 +1,8 @@
 # Install rules: the three libraries, the headers a caller of the client needs, the two
 # programs with their manual pages and vellmarkctl's bash completion, an exported CMake
 # package (find_package(VellmarkClient), target VellmarkClient::VellmarkClient) and a
-# pkg-config file.
+# pkg-config file; with the testing kit, its library and headers and the package's
+# component Testing (target VellmarkClient::Testing).
 include(CMakePackageConfigHelpers)
 
 install(TARGETS VellmarkFramework TarvLibs VellmarkLan VellmarkClient
@@ -43,6 +44,17 @@ foreach(header VellmarkClientAPI.h VellmarkClientAPIIF.h VellmarkClientLog.h)
   file(WRITE ${forwarder} "#pragma once\n#include \"client/${header}\"\n")
   install(FILES ${forwarder} DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR})
 endforeach()
+# The testing kit: its own export set, so that the package asks for gMock only when the
+# component Testing is asked for.
+if(TARGET VellmarkClientTesting)
+  install(TARGETS VellmarkClientTesting EXPORT VellmarkClientTestingTargets
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(FILES testing/FakeService.h testing/MockVellmarkClientAPI.h
+                testing/VellmarkTestingExport.h
+          DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR}/testing)
+  install(EXPORT VellmarkClientTestingTargets NAMESPACE VellmarkClient::
+          DESTINATION ${VELLMARK_INSTALL_CMAKEDIR})
+endif()
 install(DIRECTORY ${VELLMARK_PROTO_OUT}/ DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.pb.h"
         PATTERN "IPCFrame.pb.h" EXCLUDE

@@ -9,6 +9,8 @@
 #include <VellmarkClient/VellmarkClientAPI.h>
 #include <VellmarkClient/platform/task/Task.h>
 
+#include "AccountsPanel.h"
+
 int main() {
     IL::Task task("example");
     std::mutex mutex;
@@ -19,9 +21,10 @@ int main() {
         client.SubscribePresetsRequest("", [](VellmarkPB::VellmarkPresets const& presets) {
             std::cout << "presets changed: " << presets.presets_size() << " presets\n";
         });
-        client.GetSources([&](VellmarkPB::sources const& list) {
+        AccountsPanel panel(client);
+        panel.CountSources([&](int count) {
             std::lock_guard<std::mutex> lock(mutex);
-            sources = list.source_size();
+            sources = count;
             answered.notify_all();
         });
         std::unique_lock<std::mutex> lock(mutex);

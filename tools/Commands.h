@@ -16,6 +16,8 @@ using Run = std::function<int()>;
 void AddClientCommands(CLI::App& app, Settings& settings, Run& run);
 // admin ..., monitor: through vellmarkd's admin endpoint.
 void AddAdminCommands(CLI::App& app, Settings& settings, Run& run);
+// monitor (added by AddAdminCommands): the traffic as text, JSON Lines or a capture.
+void AddMonitorCommand(CLI::App& app, Settings& settings, Run& run);
 
 // Gives `command` the --show-secrets flag (commands that print the service's data).
 inline void AddShowSecrets(CLI::App& command, Settings& settings) {

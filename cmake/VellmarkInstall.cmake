@@ -41,6 +41,10 @@ install(DIRECTORY ${VELLMARK_PROTO_OUT}/ DESTINATION ${VELLMARK_INSTALL_INCLUDED
         PATTERN "tests" EXCLUDE)
 install(DIRECTORY Protobufs/ lan/ DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR}/proto
         FILES_MATCHING PATTERN "*.proto")
+# The Wireshark dissector for `vellmarkctl monitor --pcap` captures; it decodes payloads
+# with the .proto files above (README: "Watching the traffic").
+install(FILES wireshark/vellmark.lua
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/VellmarkClient/wireshark)
 
 install(EXPORT VellmarkClientTargets NAMESPACE VellmarkClient::
         DESTINATION ${VELLMARK_INSTALL_CMAKEDIR})

@@ -76,7 +76,8 @@ local malformed = ProtoExpert.new("vellmark.malformed", "Malformed Vellmark fram
                                   expert.group.MALFORMED, expert.severity.ERROR)
 vellmark.experts = { malformed }
 
-local comment_field = Field.new("frame.comment")
+-- The packet comment's field; a Wireshark that names it otherwise goes without sessions.
+local has_comments, comment_field = pcall(Field.new, "frame.comment")
 local protobuf = Dissector.get("protobuf")
 
 -- The varint at `offset`, before `limit`: its value (UInt64) and its length, or nil.
@@ -85,7 +86,7 @@ local function varint(tvb, offset, limit)
     for i = 0, 9 do
         if offset + i >= limit then return nil end
         local byte = tvb(offset + i, 1):uint()
-        value = value:bor(UInt64(bit32.band(byte, 0x7f)):lshift(7 * i))
+        value = value:bor(UInt64(byte % 128):lshift(7 * i))  -- no bit library: any Lua
         if byte < 0x80 then return value, i + 1 end
     end
     return nil
@@ -128,6 +129,7 @@ function vellmark.dissector(tvb, pinfo, tree)
     local length, size = varint(tvb, 0, total)
     if not length or size + length:tonumber() > total then
         root:add_proto_expert_info(malformed)
+        pinfo.cols.info = "Malformed frame"
         return
     end
     root:add(f.length, tvb(0, size), length:tonumber())
@@ -160,10 +162,14 @@ function vellmark.dissector(tvb, pinfo, tree)
             if not envelope_ok then envelope:add_proto_expert_info(malformed) end
         end
     end)
-    if not ok then root:add_proto_expert_info(malformed) end
+    if not ok then
+        root:add_proto_expert_info(malformed)
+        pinfo.cols.info = "Malformed frame"
+        return
+    end
 
     -- vellmarkctl notes the connection ("session 3") in each packet's comment.
-    local comment = comment_field()
+    local comment = has_comments and comment_field()
     if comment then
         local session = tostring(comment.value)
         root:add(f.session, session):set_generated()
@@ -179,7 +185,7 @@ function vellmark.dissector(tvb, pinfo, tree)
 
     local info = (kinds[kind] or "?")
     if number then info = info .. " #" .. tostring(number) end
-    info = info .. " " .. (message_ids[id] or tostring(id))
+    info = info .. " " .. (message_ids[id] or (id and tostring(id)) or "(no identifier)")
     if type_name and type_name ~= "" then info = info .. " (" .. type_name .. ")" end
     pinfo.cols.protocol = "Vellmark"
     pinfo.cols.info = info

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <thread>
 
 #include "admin/AdminClient.h"
@@ -69,8 +68,11 @@ int Monitor(Settings const& settings, MonitorArgs const& args) {
         auto seen = std::make_shared<std::atomic<int>>(0);
         admin.Monitor(
             [&outcome, seen, &args, &capture](Vellmark::Admin::TrafficEvent const& event) {
+                int const shown = ++*seen;
+                // Frames that arrive while the command ends are not shown: --count N shows N.
+                if (args.count > 0 && shown > args.count) return;
                 if (!Show(event, args, capture.get())) outcome.Finish(kBadInput);
-                if (++*seen == args.count) outcome.Finish(kOk);
+                if (shown == args.count) outcome.Finish(kOk);
             });
         std::cerr << "vellmarkctl: watching the traffic of the Vellmark endpoint" << std::endl;
         // Ends with the count, or when the service goes away; Ctrl-C ends it otherwise (each

@@ -172,6 +172,19 @@ TEST_F(Capture, CtrlCLeavesAWholePrivateCaptureOfEveryFrameShown) {
     EXPECT_EQ(blocks, 2 + Lines(monitor->Output()).size()) << monitor->Output();
 }
 
+TEST_F(Capture, ACaptureOnStandardOutputIsAllItCarries) {
+    StartService();
+    auto monitor = StartMonitor({"--pcap", "-", "--count", "2"});
+    GetSources();
+    ASSERT_EQ(monitor->ExitCode(), 0) << monitor->Errors();
+    std::string const capture = monitor->Output();
+    ASSERT_GE(capture.size(), 4u);
+    EXPECT_EQ(capture.compare(0, 4, "\x0A\x0D\x0D\x0A", 4), 0);
+    EXPECT_EQ(capture.find("VELLMARK_MESSAGE_GET_SOURCES"), std::string::npos);  // no line
+    EXPECT_NE(capture.find(SeedDocument().sources().source(0).name().text()), std::string::npos);
+    ExpectNoSecret("monitor --pcap -", capture);
+}
+
 // Runs tshark with the dissector and the tree's schemas on `capture`; its output as PDML.
 std::string Dissect(std::string const& capture, std::string const& errors) {
     std::string const source = VELLMARK_SOURCE_DIR;

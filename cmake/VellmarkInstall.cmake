@@ -68,6 +68,10 @@ install(FILES platform/log/ProtoToMarkup/MarkupOptions.proto
         DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR}/proto/ProtoToMarkup)
 install(FILES framework/ipc/IPCMessageEnvelopeBase.proto
         DESTINATION ${VELLMARK_INSTALL_INCLUDEDIR}/proto)
+# The Wireshark dissector for `vellmarkctl monitor --pcap` captures; it decodes payloads
+# with the .proto files above (README: "Watching the traffic").
+install(FILES wireshark/vellmark.lua
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/VellmarkClient/wireshark)
 
 install(EXPORT VellmarkClientTargets NAMESPACE VellmarkClient::
         DESTINATION ${VELLMARK_INSTALL_CMAKEDIR})

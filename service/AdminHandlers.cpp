@@ -105,7 +105,7 @@ void VellmarkService::StartPush(Vellmark::Admin::Request const& command, IPCRequ
     identity.set_messageid(resource->updateId);
     unsigned int const id = resource->updateId;
     auto send = [this, id, update](std::shared_ptr<IPCServerSession> const& session) {
-        return m_monitor.Send(session->Id(), "notification", id, update,
+        return m_monitor.Send(session->Id(), "notification", id, 0, update,
                               [&] { return session->Notify(id, update); });
     };
     auto done = [this, request, limit, pretty = command.pretty()](

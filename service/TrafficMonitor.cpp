@@ -4,6 +4,7 @@
 #include <google/protobuf/message.h>
 
 #include <chrono>
+#include <cstring>
 #include <ctime>
 
 #include "VellmarkAdmin.pb.h"
@@ -15,18 +16,14 @@ namespace Vellmark::Service {
 
 namespace {
 
-// UTC time of day with milliseconds: "10:15:02.347".
-std::string TimeOfDay() {
-    auto const now = std::chrono::system_clock::now();
-    std::time_t const seconds = std::chrono::system_clock::to_time_t(now);
-    auto const millis =
-        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() %
-        1000;
+// UTC time of day with milliseconds ("10:15:02.347"), from microseconds since the epoch.
+std::string TimeOfDay(std::int64_t micros) {
+    std::time_t const seconds = static_cast<std::time_t>(micros / 1000000);
     std::tm utc{};
     gmtime_r(&seconds, &utc);
     char text[32];
     std::snprintf(text, sizeof text, "%02d:%02d:%02d.%03d", utc.tm_hour, utc.tm_min, utc.tm_sec,
-                  static_cast<int>(millis));
+                  static_cast<int>(micros % 1000000 / 1000));
     return text;
 }
 
@@ -51,23 +48,25 @@ void TrafficMonitor::Add(std::shared_ptr<IPCServerSession> const& watcher) {
 }
 
 void TrafficMonitor::Received(std::uint64_t session, char const* kind, unsigned int id,
-                              IPCMessageEnvelope const& envelope) {
+                              std::uint64_t number, IPCMessageEnvelope const& envelope) {
     if (!m_watched) return;
     std::lock_guard<std::mutex> sequence(m_sequence);
-    Report("in", session, kind, id, envelope);
+    Report("in", session, kind, id, number, envelope);
 }
 
 bool TrafficMonitor::Send(std::uint64_t session, char const* kind, unsigned int id,
-                          IPCMessageEnvelope const& envelope, std::function<bool()> const& send) {
+                          std::uint64_t number, IPCMessageEnvelope const& envelope,
+                          std::function<bool()> const& send) {
     if (!m_watched) return send();
     std::lock_guard<std::mutex> sequence(m_sequence);
     bool const sent = send();
-    if (sent) Report("out", session, kind, id, envelope);
+    if (sent) Report("out", session, kind, id, number, envelope);
     return sent;
 }
 
 void TrafficMonitor::Report(char const* direction, std::uint64_t session, char const* kind,
-                            unsigned int id, IPCMessageEnvelope const& envelope) {
+                            unsigned int id, std::uint64_t number,
+                            IPCMessageEnvelope const& envelope) {
     std::vector<std::shared_ptr<IPCServerSession>> watchers;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -84,13 +83,20 @@ void TrafficMonitor::Report(char const* direction, std::uint64_t session, char c
     }
     if (watchers.empty()) return;
 
+    auto const micros = std::chrono::duration_cast<std::chrono::microseconds>(
+                            std::chrono::system_clock::now().time_since_epoch())
+                            .count();
     Vellmark::Admin::TrafficEvent event;
-    event.set_time(TimeOfDay());
+    event.set_time(TimeOfDay(micros));
+    event.set_timemicros(micros);
     event.set_direction(direction);
     event.set_session(session);
     event.set_kind(kind);
     event.set_messageid(id);
     event.set_messagename(Vellmark::Admin::MessageName(id));
+    if (std::strcmp(kind, "request") == 0 || std::strcmp(kind, "response") == 0) {
+        event.set_requestnumber(number);
+    }
     event.set_payloadtype(envelope.payload_type_name());
     event.set_payloadjson(PayloadJson(envelope));
     IPCMessageEnvelope out;

@@ -24,17 +24,18 @@ public:
     // `watcher` receives every event from now on, until its connection ends.
     void Add(std::shared_ptr<IPCServerSession> const& watcher);
 
-    // A frame received on connection `session`; `kind` is "request" or "one-way".
-    void Received(std::uint64_t session, char const* kind, unsigned int id,
+    // A frame received on connection `session`; `kind` is "request" (numbered `number`) or
+    // "one-way" (0).
+    void Received(std::uint64_t session, char const* kind, unsigned int id, std::uint64_t number,
                   IPCMessageEnvelope const& envelope);
     // Sends a frame on connection `session` with `send` and shows it if it went out; `kind`
-    // is "response" or "notification". Returns what `send` returned.
-    bool Send(std::uint64_t session, char const* kind, unsigned int id,
+    // is "response" (numbered `number`) or "notification" (0). Returns what `send` returned.
+    bool Send(std::uint64_t session, char const* kind, unsigned int id, std::uint64_t number,
               IPCMessageEnvelope const& envelope, std::function<bool()> const& send);
 
 private:
     void Report(char const* direction, std::uint64_t session, char const* kind, unsigned int id,
-                IPCMessageEnvelope const& envelope);
+                std::uint64_t number, IPCMessageEnvelope const& envelope);
 
     std::atomic<bool> m_watched{false};
     // Held while a frame is sent and shown, and while one received is shown.

@@ -142,14 +142,15 @@ void VellmarkService::Stop() {
 }
 
 void VellmarkService::Receive(IPCRequest const& request) {
-    m_monitor.Received(request.session->Id(), "request", request.id, request.envelope);
+    m_monitor.Received(request.session->Id(), "request", request.id, request.number,
+                       request.envelope);
     if (m_task.RunsOnCurrentThread()) return HandleRequest(request);
     Post([this, request] { HandleRequest(request); });
 }
 
 void VellmarkService::ReceiveOneWay(std::shared_ptr<IPCServerSession> const& session,
                                     unsigned int id, IPCMessageEnvelope const& envelope) {
-    m_monitor.Received(session->Id(), "one-way", id, envelope);
+    m_monitor.Received(session->Id(), "one-way", id, 0, envelope);
     if (m_task.RunsOnCurrentThread()) return HandleOneWay(session, id, envelope);
     Post([this, session, id, envelope] { HandleOneWay(session, id, envelope); });
 }
@@ -349,7 +350,7 @@ void VellmarkService::Answer(IPCRequest const& request, google::protobuf::Messag
 
 void VellmarkService::Answer(IPCRequest const& request, IPCMessageEnvelope const& envelope) {
     auto const send = [this](IPCRequest const& request, IPCMessageEnvelope const& envelope) {
-        m_monitor.Send(request.session->Id(), "response", request.id, envelope,
+        m_monitor.Send(request.session->Id(), "response", request.id, request.number, envelope,
                        [&] { return request.Respond(envelope); });
     };
     // Undelayed, the answer leaves at once, without copies of the request and the answer.
@@ -373,7 +374,7 @@ void VellmarkService::NotifyRequester(IPCRequest const& request, unsigned int id
                                       google::protobuf::Message const& message) {
     auto const envelope = EnvelopeOf(message);
     auto send = [this, session = request.session, id, envelope] {
-        m_monitor.Send(session->Id(), "notification", id, envelope,
+        m_monitor.Send(session->Id(), "notification", id, 0, envelope,
                        [&] { return session->Notify(id, envelope); });
     };
     AfterDelayOf(request.id, std::move(send));
@@ -394,7 +395,7 @@ void VellmarkService::Broadcast(Changes const& changed) {
         if (!resource || resource->updateId == 0) continue;
         auto const envelope = EnvelopeOf(*m_catalog.Read(*resource));
         for (auto const& session : m_server->Sessions()) {
-            m_monitor.Send(session->Id(), "notification", resource->updateId, envelope,
+            m_monitor.Send(session->Id(), "notification", resource->updateId, 0, envelope,
                            [&] { return session->Notify(resource->updateId, envelope); });
         }
     }

@@ -71,42 +71,6 @@ std::unique_ptr<google::protobuf::Message> MessageOf(std::string const& resource
         google::protobuf::MessageFactory::generated_factory()->GetPrototype(info->type)->New());
 }
 
-void PrintEvent(Vellmark::Admin::TrafficEvent const& event) {
-    std::ostringstream line;
-    line << event.time() << ' ' << (event.direction() == "in" ? "<-" : "->") << " #"
-         << event.session() << ' ' << event.kind() << ' ' << event.messageid() << ' '
-         << event.messagename() << ' ' << event.payloadtype() << ' ' << event.payloadjson() << '\n';
-    std::cout << line.str() << std::flush;
-}
-
-int Monitor(Settings const& settings, int count) {
-    constexpr int kClosed = 100;
-    try {
-        AdminClient admin(settings.Timeout());
-        Outcome outcome;
-        auto seen = std::make_shared<std::atomic<int>>(0);
-        admin.Monitor([&outcome, seen, count](Vellmark::Admin::TrafficEvent const& event) {
-            PrintEvent(event);
-            if (++*seen == count) outcome.Finish(kOk);
-        });
-        std::cerr << "vellmarkctl: watching the traffic of the Vellmark endpoint" << std::endl;
-        // Ends with the count, or when the service goes away; Ctrl-C ends it otherwise.
-        std::thread watcher([&] {
-            admin.WaitClosed(std::chrono::milliseconds(0));
-            outcome.Finish(kClosed);
-        });
-        int const code = outcome.Wait(std::chrono::milliseconds(0));
-        admin.Close();
-        watcher.join();
-        if (code != kClosed) return code;
-        std::cerr << "vellmarkctl: vellmarkd closed the connection\n";
-        return kOk;
-    } catch (AdminError const& error) {
-        std::cerr << "vellmarkctl: " << error.what() << "\n";
-        return kNoAnswer;
-    }
-}
-
 }  // namespace
 
 void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
@@ -285,16 +249,7 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
         };
     });
 
-    auto* monitor = app.add_subcommand(
-        "monitor",
-        "print every frame vellmarkd receives (<-) or sends (->) on the Vellmark endpoint: "
-        "time, connection, kind, identifier, payload type and payload (tokens, identifiers and "
-        "user names always masked)");
-    auto monitorCount = std::make_shared<int>(0);
-    monitor->add_option("--count", *monitorCount, "stop after this many frames");
-    monitor->callback([&settings, &run, monitorCount] {
-        run = [&settings, monitorCount] { return Monitor(settings, *monitorCount); };
-    });
+    AddMonitorCommand(app, settings, run);
 }
 
 }  // namespace Vellmark::Ctl

@@ -29,6 +29,9 @@ std::vector<std::string> Completions(CLI::App& app, std::vector<std::string> con
 // The type name of options that take a message identifier; completion offers the names.
 inline constexpr char kMessageIdType[] = "MESSAGE_ID";
 
+// monitor (added by AddAdminCommands): the traffic as text, JSON Lines or a capture.
+void AddMonitorCommand(CLI::App& app, Settings& settings, Run& run);
+
 // Gives `command` the --show-secrets flag (commands that print the service's data).
 inline void AddShowSecrets(CLI::App& command, Settings& settings) {
     command.add_flag("--show-secrets", settings.showSecrets,

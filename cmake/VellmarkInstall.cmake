@@ -1,12 +1,22 @@
 # Install rules: the three libraries, the headers a caller of the client needs, the two
-# programs, an exported CMake package (find_package(VellmarkClient), target
-# VellmarkClient::VellmarkClient) and a pkg-config file.
+# programs, vellmarkd's systemd units, an exported CMake package
+# (find_package(VellmarkClient), target VellmarkClient::VellmarkClient) and a pkg-config file.
 include(CMakePackageConfigHelpers)
+include(VellmarkSystemdUnits)
 
 install(TARGETS VellmarkFramework TarvLibs VellmarkLan VellmarkClient
         EXPORT VellmarkClientTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS vellmarkd vellmarkctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+# The units name the program where this prefix puts it.
+set(VELLMARK_SYSTEMD_UNITDIR lib/systemd/system CACHE PATH
+    "where vellmarkd's systemd units are installed (relative: under the install prefix)")
+vellmark_systemd_units(${CMAKE_CURRENT_BINARY_DIR}/systemd
+                       ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/vellmarkd)
+list(TRANSFORM VELLMARK_SYSTEMD_UNITS PREPEND ${CMAKE_CURRENT_BINARY_DIR}/systemd/
+     OUTPUT_VARIABLE units)
+install(FILES ${units} DESTINATION ${VELLMARK_SYSTEMD_UNITDIR})
 
 # The public headers of the three libraries, each under include/VellmarkClient/ at the path
 # it has in the tree, so that their includes ("framework/task/...") hold once installed.

@@ -1,9 +1,10 @@
 # Install rules: the three libraries, the headers a caller of the client needs, the two
-# programs with their manual pages and vellmarkctl's bash completion, an exported CMake
-# package (find_package(VellmarkClient), target VellmarkClient::VellmarkClient) and a
-# pkg-config file; with the testing kit, its library and headers and the package's
-# component Testing (target VellmarkClient::Testing).
+# programs with their manual pages and vellmarkctl's bash completion, vellmarkd's systemd
+# units, an exported CMake package (find_package(VellmarkClient), target
+# VellmarkClient::VellmarkClient) and a pkg-config file; with the testing kit, its library
+# and headers and the package's component Testing (target VellmarkClient::Testing).
 include(CMakePackageConfigHelpers)
+include(VellmarkSystemdUnits)
 
 install(TARGETS VellmarkFramework TarvLibs VellmarkLan VellmarkClient
         EXPORT VellmarkClientTargets
@@ -16,6 +17,15 @@ foreach(page IN LISTS VELLMARK_MAN_PAGES)
 endforeach()
 install(FILES tools/completion/vellmarkctl
         DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
+
+# The units name the program where this prefix puts it.
+set(VELLMARK_SYSTEMD_UNITDIR lib/systemd/system CACHE PATH
+    "where vellmarkd's systemd units are installed (relative: under the install prefix)")
+vellmark_systemd_units(${CMAKE_CURRENT_BINARY_DIR}/systemd
+                       ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/vellmarkd)
+list(TRANSFORM VELLMARK_SYSTEMD_UNITS PREPEND ${CMAKE_CURRENT_BINARY_DIR}/systemd/
+     OUTPUT_VARIABLE units)
+install(FILES ${units} DESTINATION ${VELLMARK_SYSTEMD_UNITDIR})
 
 # The public headers of the three libraries, each under include/VellmarkClient/ at the path
 # it has in the tree, so that their includes ("framework/task/...") hold once installed.

@@ -13,10 +13,12 @@
 #include <iostream>
 
 #include "VellmarkVersion.h"
+#include "admin/AdminProtocol.h"
 #include "admin/Json.h"
 #include "platform/ipc/IPCDirectory.h"
 #include "platform/ipc/IPCFrameLimit.h"
 #include "platform/ipc/IPCLog.h"
+#include "service/Systemd.h"
 #include "service/VellmarkService.h"
 
 using Vellmark::Service::VellmarkService;
@@ -73,6 +75,31 @@ gid_t GroupByName(std::string const& name) {
     throw CLI::ValidationError("no group \"" + name + "\"");
 }
 
+// The signals that stop the service, each cleanly. SIGHUP is one of them: the service holds
+// nothing to reopen (it logs to standard error and keeps its store open), and a service
+// whose terminal hangs up should not linger.
+sigset_t StopSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&signals, signal);
+    return signals;
+}
+
+char const* SignalName(int signal) {
+    switch (signal) {
+        case SIGINT:
+            return "SIGINT";
+        case SIGTERM:
+            return "SIGTERM";
+        case SIGHUP:
+            return "SIGHUP";
+        case SIGQUIT:
+            return "SIGQUIT";
+        default:
+            return "a signal";
+    }
+}
+
 // The service's own user and root, then `others`.
 std::vector<uid_t> UsersWith(std::vector<std::string> const& others) {
     std::vector<uid_t> users{::getuid(), 0};
@@ -87,11 +114,16 @@ int main(int argc, char** argv) {
     CLI::App app(
         "vellmarkd: the reference Vellmark service. Serves the endpoint \"Vellmark\" "
         "and the admin endpoint \"VellmarkAdmin\" in the runtime folder "
-        "($TARV_RUNTIME_DIR, else /run/tarv) until SIGINT or SIGTERM.",
+        "($TARV_RUNTIME_DIR, else /run/tarv) until SIGINT, SIGTERM, SIGHUP or SIGQUIT, each "
+        "of which stops it cleanly (SIGHUP too: there is nothing to reopen).\n"
+        "Under systemd it reports readiness (Type=notify) and serves the listening sockets "
+        "passed to it named \"Vellmark\" and \"VellmarkAdmin\" (FileDescriptorName=) "
+        "instead of making its own; those socket files are left in place when it stops.",
         "vellmarkd");
     app.footer(
-        "Exit codes: 0 stopped by SIGINT or SIGTERM, 1 the store or a socket cannot be "
-        "opened, 2 bad arguments or seed file.");
+        "Exit codes: 0 stopped by SIGINT, SIGTERM, SIGHUP or SIGQUIT, 1 the store or a socket "
+        "cannot be opened (or a socket passed is not a listening Unix stream socket), 2 bad "
+        "arguments or seed file.");
     app.set_version_flag("--version", Vellmark::VersionText("vellmarkd"),
                          "print the versions of the library, the schema and the build");
     std::string db = DefaultStorePath();
@@ -182,11 +214,18 @@ int main(int argc, char** argv) {
         }
     }
 
+    // Before any thread starts: taking them edits the environment.
+    try {
+        auto const handedOver = Vellmark::Service::Systemd::TakeSockets();
+        settings.service.listeningFd = handedOver.service;
+        settings.admin.listeningFd = handedOver.admin;
+    } catch (std::exception const& error) {
+        std::cerr << "vellmarkd: " << error.what() << "\n";
+        return 1;
+    }
+
     // Signals are taken by sigwait below, so every thread started from here on blocks them.
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
+    sigset_t const stopSignals = StopSignals();
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     std::unique_ptr<VellmarkService> service;
@@ -201,15 +240,20 @@ int main(int argc, char** argv) {
         std::cerr << "vellmarkd: " << error.what() << "\n";
         return 1;
     }
-    std::cerr << "vellmarkd: serving " << service->ServicePath() << " (admin "
-              << service->AdminPath() << "), store " << db << std::endl;
+    // Each line in one write: the service's own threads log on standard error too.
+    auto const say = [](std::string const& line) { std::cerr << "vellmarkd: " + line + "\n"; };
+    say("serving " + service->ServicePath() + " (admin " + service->AdminPath() + "), store " + db);
+    Vellmark::Service::Systemd::NotifyReady(
+        "serving " + std::string(Vellmark::Admin::kServiceEndpoint) + " at " +
+        service->ServicePath() + " and " + Vellmark::Admin::kAdminEndpoint + " at " +
+        service->AdminPath() + ", store " + db);
 
     int signal = 0;
     sigwait(&stopSignals, &signal);
-    std::cerr << "vellmarkd: " << (signal == SIGINT ? "SIGINT" : "SIGTERM") << ", stopping"
-              << std::endl;
+    say(std::string(SignalName(signal)) + ", stopping");
+    Vellmark::Service::Systemd::NotifyStopping(std::string("stopping on ") + SignalName(signal));
     service->Stop();
     service.reset();
-    std::cerr << "vellmarkd: stopped" << std::endl;
+    say("stopped");
     return 0;
 }

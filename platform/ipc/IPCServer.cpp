@@ -2,6 +2,7 @@
 
 #include "platform/ipc/transport/FramedConnection.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -22,6 +23,7 @@
 #include "platform/ipc/IPCDirectory.h"
 #include "platform/ipc/IPCLog.h"
 #include "platform/ipc/transport/IoService.h"
+#include "platform/ipc/transport/ListeningSocket.h"
 #include "platform/ipc/transport/RefusalLog.h"
 
 using Tarv::IPCFrame;
@@ -157,6 +159,24 @@ public:
     ~Core() { m_loopEnd.Disconnect(); }
 
     void Open() {
+        if (m_options.listeningFd) {
+            Adopt(*m_options.listeningFd);
+        } else {
+            Bind();
+        }
+        IPCLog().Log(DPrint::Info, "server %s: listening at %s%s", m_name.c_str(), m_path.c_str(),
+                     m_adopted ? " (socket handed over)" : "");
+        std::weak_ptr<Core> weak = shared_from_this();
+        // A loop that ends before Stop takes the server down with it: a pending accept
+        // would otherwise keep the server alive in a loop nobody runs.
+        m_loopEnd = m_loop->OnEnd([weak] {
+            if (auto self = weak.lock()) self->Stop();
+        });
+        m_loop->Post([self = shared_from_this()] { self->Accept(); });
+    }
+
+    // Makes the socket file and listens on it.
+    void Bind() {
         PrepareSocketPath(m_path, AllowsOthers() ? 0711 : 0700);
         asio::error_code error;
         asio::local::stream_protocol::endpoint address;
@@ -188,14 +208,35 @@ public:
             ::unlink(m_path.c_str());
             throw PathError(error.value(), "cannot listen on", m_path);
         }
-        IPCLog().Log(DPrint::Info, "server %s: listening at %s", m_name.c_str(), m_path.c_str());
-        std::weak_ptr<Core> weak = shared_from_this();
-        // A loop that ends before Stop takes the server down with it: a pending accept
-        // would otherwise keep the server alive in a loop nobody runs.
-        m_loopEnd = m_loop->OnEnd([weak] {
-            if (auto self = weak.lock()) self->Stop();
-        });
-        m_loop->Post([self = shared_from_this()] { self->Accept(); });
+    }
+
+    // Serves `fd`, a socket someone else made and bound; its file stays theirs.
+    void Adopt(int fd) {
+        auto const problem = Tarv::CheckListeningUnixStream(fd);
+        if (problem.error != 0) {
+            if (::fcntl(fd, F_GETFD) != -1) ::close(fd);
+            throw std::system_error(problem.error, std::generic_category(),
+                                    "server " + m_name + ": refusing the socket handed over (fd " +
+                                        std::to_string(fd) + "), " + problem.what +
+                                        ": it must be a listening Unix stream socket");
+        }
+        ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+        asio::error_code error;
+        m_acceptor.assign(asio::local::stream_protocol(), fd, error);
+        if (error) {
+            ::close(fd);
+            throw std::system_error(error.value(), std::generic_category(),
+                                    "server " + m_name + ": cannot serve the socket handed over");
+        }
+        m_adopted = true;
+        std::string const bound = Tarv::BoundPath(fd);
+        if (bound != m_path) {
+            IPCLog().Log(DPrint::Warning,
+                         "server %s: the socket handed over is at %s, but clients look for it "
+                         "at %s",
+                         m_name.c_str(), bound.empty() ? "no path" : bound.c_str(), m_path.c_str());
+        }
+        if (!bound.empty()) m_path = bound;
     }
 
     void Stop() {
@@ -209,7 +250,7 @@ public:
             m_stopped = true;
             sessions.swap(m_sessions);
         }
-        ::unlink(m_path.c_str());
+        if (!m_adopted) ::unlink(m_path.c_str());
         auto closeAcceptor = [self = shared_from_this()] {
             asio::error_code ignored;
             self->m_acceptor.close(ignored);
@@ -349,7 +390,8 @@ private:
     std::shared_ptr<Tarv::EventLoop> const m_loop;
     CallbackConnection m_loopEnd;
     std::string const m_name;
-    std::string const m_path;
+    std::string m_path;      // set while opening
+    bool m_adopted = false;  // the socket was handed over: its file is not ours
     Handlers const m_handlers;
     Options m_options;
     asio::local::stream_protocol::acceptor m_acceptor;  // the loop thread's, once open

@@ -10,6 +10,9 @@
 // only (0660); with allowed groups, its group is the first of them. A socket file left by a
 // process that died, or a symbolic link, is replaced; a live server's socket or a file of
 // another kind is not.
+// A server may instead serve a socket that is already listening (Options::listeningFd: one
+// an init system made and handed over). It must be a listening Unix stream socket; its file
+// and folder are left as they are, on Stop too, since they belong to whoever made them.
 // A connecting process is accepted only when its user, as the kernel reports it
 // (SO_PEERCRED), is one of the allowed users (by default the server's own user and root) or
 // it belongs to one of the allowed groups. Refusals are logged once per user and minute,
@@ -25,6 +28,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -94,20 +98,25 @@ public:
         Tarv::ConnectionLimits limits;
         // The loop that accepts, reads and runs the handlers; null: the shared IO thread's.
         std::shared_ptr<Tarv::EventLoop> loop;
+        // A socket already listening, served instead of making one; none: make one. The
+        // server owns it from construction on (it is closed when construction throws).
+        std::optional<int> listeningFd;
     };
 
     // Serves `name`. Throws std::system_error, naming the path and what to do, when the
     // runtime folder is not private, the socket cannot be made or another server answers
-    // there.
+    // there, or when `options.listeningFd` is not a listening Unix stream socket.
     IPCServer(std::string const& name, Handlers handlers, Options options = Options());
     // Stops.
     ~IPCServer();
     IPCServer(IPCServer const&) = delete;
     IPCServer& operator=(IPCServer const&) = delete;
 
-    // Closes every connection and the socket, and removes the socket file. Idempotent.
+    // Closes every connection and the socket, and removes the socket file unless the socket
+    // was handed over. Idempotent.
     void Stop();
 
+    // The socket's path: for a socket handed over, the path it is bound to.
     std::string const& Path() const;
     // The connections open now, in the order they were accepted.
     std::vector<SessionPtr> Sessions() const;

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -23,11 +24,22 @@ extern char** environ;
 
 namespace Vellmark::EndToEnd {
 
+// How a child is started, beyond its program and arguments.
+struct ChildLaunch {
+    // NAME=value entries that the child gets besides (or instead of) the inherited ones.
+    std::vector<std::string> environment;
+    // The program is the host's own (not one of this build): started as is, without
+    // kChildLauncher.
+    bool hostProgram = false;
+};
+
 class ChildProcess {
 public:
     // Starts `program` with `arguments`, through kChildLauncher when the build has one (the
-    // emulator of a cross build). The child inherits the environment.
-    ChildProcess(std::string const& program, std::vector<std::string> const& arguments) {
+    // emulator of a cross build) unless `launch` says it is the host's. The child inherits
+    // the environment, with `launch.environment` on top.
+    ChildProcess(std::string const& program, std::vector<std::string> const& arguments,
+                 ChildLaunch const& launch = ChildLaunch()) {
         int out[2];
         int err[2];
         if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) return;
@@ -35,13 +47,18 @@ public:
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-        std::vector<std::string> words = kChildLauncher;
+        std::vector<std::string> words;
+        if (!launch.hostProgram) words = kChildLauncher;
         words.push_back(program);
         words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<char*> argv;
         for (auto& word : words) argv.push_back(word.data());
         argv.push_back(nullptr);
-        if (posix_spawnp(&m_pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
+        std::vector<std::string> variables = Environment(launch.environment);
+        std::vector<char*> envp;
+        for (auto& variable : variables) envp.push_back(variable.data());
+        envp.push_back(nullptr);
+        if (posix_spawnp(&m_pid, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0) {
             m_pid = -1;
         }
         posix_spawn_file_actions_destroy(&actions);
@@ -105,6 +122,23 @@ public:
     }
 
 private:
+    // This process's environment, each of `extra` replacing a variable of its name.
+    static std::vector<std::string> Environment(std::vector<std::string> const& extra) {
+        auto const nameOf = [](std::string const& variable) {
+            return variable.substr(0, variable.find('='));
+        };
+        std::vector<std::string> variables;
+        for (char** entry = environ; *entry; ++entry) {
+            std::string const variable = *entry;
+            bool const replaced = std::any_of(extra.begin(), extra.end(), [&](auto const& e) {
+                return nameOf(e) == nameOf(variable);
+            });
+            if (!replaced) variables.push_back(variable);
+        }
+        variables.insert(variables.end(), extra.begin(), extra.end());
+        return variables;
+    }
+
     bool Ended() const {
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_status.has_value();

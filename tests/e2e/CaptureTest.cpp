@@ -11,11 +11,11 @@
 
 #include "platform/log/Redact.h"
 #include "tests/e2e/ServiceFixture.h"
+#include "tests/support/JsonFields.h"
 
 namespace Vellmark::EndToEnd {
 namespace {
 
-using google::protobuf::Struct;
 using google::protobuf::Value;
 
 std::vector<std::string> Lines(std::string const& text) {
@@ -79,9 +79,8 @@ TEST_F(Capture, JsonLinesAreObjectsWithEveryFieldAndTheMaskedPayload) {
     ASSERT_EQ(lines.size(), 2u) << monitor->Output();
     std::regex const rfc3339(R"(\d{4}-\d{2}-\d{2}T\d{2}:\d{2}:\d{2}\.\d{6}Z)");
     for (auto const& line : lines) {
-        Struct object;  // parses only a JSON object
-        ASSERT_TRUE(google::protobuf::util::JsonStringToMessage(line, &object).ok()) << line;
-        auto const& fields = object.fields();
+        TestJson::Fields fields;
+        ASSERT_TRUE(TestJson::ParseObject(line, fields)) << line;
         for (char const* name : {"time", "direction", "session", "kind", "messageId", "messageName",
                                  "requestNumber", "payloadType", "payload"}) {
             EXPECT_EQ(fields.count(name), 1u) << name << " missing in " << line;
@@ -93,22 +92,22 @@ TEST_F(Capture, JsonLinesAreObjectsWithEveryFieldAndTheMaskedPayload) {
         EXPECT_EQ(fields.at("payloadType").string_value(), "sources");
         EXPECT_EQ(fields.at("payload").kind_case(), Value::kStructValue) << line;
     }
-    Struct request;
-    Struct response;
-    ASSERT_TRUE(google::protobuf::util::JsonStringToMessage(lines[0], &request).ok());
-    ASSERT_TRUE(google::protobuf::util::JsonStringToMessage(lines[1], &response).ok());
-    EXPECT_EQ(request.fields().at("direction").string_value(), "in");
-    EXPECT_EQ(request.fields().at("kind").string_value(), "request");
-    EXPECT_EQ(response.fields().at("direction").string_value(), "out");
-    EXPECT_EQ(response.fields().at("kind").string_value(), "response");
-    EXPECT_EQ(request.fields().at("requestNumber").number_value(),
-              response.fields().at("requestNumber").number_value());
+    TestJson::Fields request;
+    TestJson::Fields response;
+    ASSERT_TRUE(TestJson::ParseObject(lines[0], request));
+    ASSERT_TRUE(TestJson::ParseObject(lines[1], response));
+    EXPECT_EQ(request.at("direction").string_value(), "in");
+    EXPECT_EQ(request.at("kind").string_value(), "request");
+    EXPECT_EQ(response.at("direction").string_value(), "out");
+    EXPECT_EQ(response.at("kind").string_value(), "response");
+    EXPECT_EQ(request.at("requestNumber").number_value(),
+              response.at("requestNumber").number_value());
 
     // The payload is the answer, masked as the text output masks it.
     std::string payload;
-    ASSERT_TRUE(google::protobuf::util::MessageToJsonString(
-                    response.fields().at("payload").struct_value(), &payload)
-                    .ok());
+    ASSERT_TRUE(
+        google::protobuf::util::MessageToJsonString(response.at("payload").struct_value(), &payload)
+            .ok());
     VellmarkPB::sources printed;
     ASSERT_EQ(Vellmark::Json::Parse(payload, printed), "") << payload;
     VellmarkPB::sources masked = SeedDocument().sources();

@@ -10,6 +10,7 @@
 
 #include "VellmarkMessageId.pb.h"
 #include "tests/e2e/ServiceFixture.h"
+#include "tests/support/JsonFields.h"
 
 namespace Vellmark::EndToEnd {
 namespace {
@@ -164,24 +165,23 @@ TEST_F(Scripting, ASilentServiceIsNoAnswerWithinTheTimeout) {
 TEST_F(Scripting, IdsListsEveryMessageIdentifierWithItsPayloads) {
     auto ids = Ctl({"ids"});
     ASSERT_EQ(ids->ExitCode(), 0) << ids->Errors();
-    google::protobuf::Struct list;
-    ASSERT_TRUE(google::protobuf::util::JsonStringToMessage(ids->Output(), &list).ok())
-        << ids->Output();
-    auto const& rows = list.fields().at("messageIds").list_value().values();
+    TestJson::Fields list;
+    ASSERT_TRUE(TestJson::ParseObject(ids->Output(), list)) << ids->Output();
+    auto const& rows = list.at("messageIds").list_value().values();
     auto const* descriptor = VellmarkPB::MessageId_descriptor();
     ASSERT_EQ(rows.size(), descriptor->value_count());
-    std::map<std::string, google::protobuf::Struct> byName;
+    std::map<std::string, TestJson::Fields> byName;
     for (int i = 0; i < rows.size(); ++i) {
-        auto const& row = rows.Get(i).struct_value().fields();
+        auto const row = TestJson::FieldsOf(rows.Get(i).struct_value());
         EXPECT_EQ(row.at("id").number_value(), descriptor->value(i)->number());
         EXPECT_EQ(row.at("name").string_value(), descriptor->value(i)->name());
         bool const reserved = descriptor->value(i)->name().find("RESERVED") != std::string::npos;
         EXPECT_EQ(row.at("role").string_value() == "reserved", reserved)
             << descriptor->value(i)->name();
-        byName[row.at("name").string_value()] = rows.Get(i).struct_value();
+        byName[row.at("name").string_value()] = row;
     }
     auto const field = [&](char const* name, char const* key) {
-        auto const& row = byName[name].fields();
+        auto const& row = byName[name];
         auto const found = row.find(key);
         return found == row.end() ? std::string("(none)") : found->second.string_value();
     };
@@ -192,7 +192,7 @@ TEST_F(Scripting, IdsListsEveryMessageIdentifierWithItsPayloads) {
               "VellmarkPB.VellmarkAcctOpEnvelope");
     EXPECT_EQ(field("VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT", "errorIn"), "reply");
     EXPECT_EQ(field("VELLMARK_MESSAGE_CLOUDSYNC_RECEIVED", "role"), "one-way");
-    EXPECT_FALSE(byName["VELLMARK_MESSAGE_GET_PRESETS"].fields().at("hasErrorReply").bool_value());
+    EXPECT_FALSE(byName["VELLMARK_MESSAGE_GET_PRESETS"].at("hasErrorReply").bool_value());
 }
 
 TEST_F(Scripting, BashCompletesCommandsResourcesOptionsAndIdentifiers) {

@@ -13,12 +13,11 @@
 #include "VellmarkServiceAccounts.pb.h"
 #include "VellmarkSources.pb.h"
 #include "platform/ipc/transport/FrameCodec.h"
+#include "tests/support/JsonFields.h"
 #include "tools/MonitorFormat.h"
 
 namespace Vellmark::Ctl {
 namespace {
-
-using google::protobuf::Struct;
 
 Vellmark::Admin::TrafficEvent Event() {
     Vellmark::Admin::TrafficEvent event;
@@ -36,10 +35,10 @@ Vellmark::Admin::TrafficEvent Event() {
     return event;
 }
 
-Struct Parsed(std::string const& line) {
-    Struct object;
-    EXPECT_TRUE(google::protobuf::util::JsonStringToMessage(line, &object).ok()) << line;
-    return object;
+TestJson::Fields Parsed(std::string const& line) {
+    TestJson::Fields fields;
+    EXPECT_TRUE(TestJson::ParseObject(line, fields)) << line;
+    return fields;
 }
 
 TEST(MonitorFormat, TimesAreRfc3339InUtcWithMicroseconds) {
@@ -63,8 +62,7 @@ TEST(MonitorFormat, AJsonLineIsOneObjectWithEveryField) {
     std::string const line = JsonLine(Event());
     ASSERT_EQ(line.back(), '\n');
     EXPECT_EQ(line.find('\n'), line.size() - 1);
-    auto const object = Parsed(line);
-    auto const& fields = object.fields();
+    auto const fields = Parsed(line);
     EXPECT_EQ(fields.at("time").string_value(), "2026-11-24T04:12:29.228073Z");
     EXPECT_EQ(fields.at("direction").string_value(), "out");
     EXPECT_EQ(fields.at("session").number_value(), 3);
@@ -73,22 +71,14 @@ TEST(MonitorFormat, AJsonLineIsOneObjectWithEveryField) {
     EXPECT_EQ(fields.at("messageName").string_value(), "VELLMARK_MESSAGE_GET_SOURCES");
     EXPECT_EQ(fields.at("requestNumber").number_value(), 7);
     EXPECT_EQ(fields.at("payloadType").string_value(), "sources");
-    EXPECT_EQ(fields.at("payload")
-                  .struct_value()
-                  .fields()
-                  .at("source")
-                  .list_value()
-                  .values(0)
-                  .struct_value()
-                  .fields()
-                  .at("id")
-                  .string_value(),
-              "----------7d21");
+    auto const payload = TestJson::FieldsOf(fields.at("payload").struct_value());
+    auto const source = payload.at("source").list_value().values(0).struct_value();
+    EXPECT_EQ(TestJson::FieldsOf(source).at("id").string_value(), "----------7d21");
 
     auto notification = Event();
     notification.set_kind("notification");
     notification.clear_requestnumber();
-    EXPECT_EQ(Parsed(JsonLine(notification)).fields().count("requestNumber"), 0u);
+    EXPECT_EQ(Parsed(JsonLine(notification)).count("requestNumber"), 0u);
 }
 
 TEST(MonitorFormat, AJsonLineStaysValidWhateverANameHolds) {
@@ -98,11 +88,11 @@ TEST(MonitorFormat, AJsonLineStaysValidWhateverANameHolds) {
     event.set_payloadtype(std::string("a\"b\\c\n\x01\xff\xc3\xa9\xed\xa0\x80", 13));
     event.set_payloadjson("\"(12 bytes)\"");
     auto const object = Parsed(JsonLine(event));
-    EXPECT_EQ(object.fields().at("payloadType").string_value(),
+    EXPECT_EQ(object.at("payloadType").string_value(),
               "a\"b\\c\n\x01\xef\xbf\xbd\xc3\xa9\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd");
-    EXPECT_EQ(object.fields().at("payload").string_value(), "(12 bytes)");
+    EXPECT_EQ(object.at("payload").string_value(), "(12 bytes)");
     event.set_payloadjson("");
-    EXPECT_EQ(Parsed(JsonLine(event)).fields().at("payload").string_value(), "");
+    EXPECT_EQ(Parsed(JsonLine(event)).at("payload").string_value(), "");
 }
 
 TEST(MonitorFormat, TheWireFrameIsTheFrameWithTheMaskedPayload) {

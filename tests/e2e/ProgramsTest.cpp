@@ -87,7 +87,7 @@ TEST_F(Programs, BadInputFilesExitWithTwoNameTheFileAndSendNothing) {
     EXPECT_TRUE(Same(AdminGet<VellmarkPB::sources>("sources"), SeedDocument().sources()));
 }
 
-TEST_F(Programs, NoServiceExitsWithThreeAfterTheTimeout) {
+TEST_F(Programs, NoServiceExitsWithThreeNamingTheSocket) {
     auto ctl = Ctl({"--timeout", "0.3", "get", "sources"});
     EXPECT_EQ(ctl->ExitCode(), 3);
     EXPECT_NE(ctl->Errors().find("Vellmark.sock"), std::string::npos) << ctl->Errors();

@@ -87,6 +87,13 @@ std::vector<MessageInfo> const& MessageTable() {
     return table;
 }
 
+MessageInfo const* FindMessage(unsigned int id) {
+    for (auto const& row : MessageTable()) {
+        if (row.id == id) return &row;
+    }
+    return nullptr;
+}
+
 char const* RoleName(MessageRole role) {
     switch (role) {
         case MessageRole::None:

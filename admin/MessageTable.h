@@ -33,6 +33,8 @@ struct MessageInfo {
 
 // One row per MessageId value, in the enum's order.
 std::vector<MessageInfo> const& MessageTable();
+// The row of `id`, or null for a value the enum does not have.
+MessageInfo const* FindMessage(unsigned int id);
 char const* RoleName(MessageRole role);
 
 }  // namespace Vellmark::Admin

@@ -1,9 +1,9 @@
 // The admin endpoint of VellmarkService: how vellmarkctl plays the cloud.
 #include <algorithm>
-#include <set>
 
 #include "VellmarkMessageId.pb.h"
 #include "admin/Json.h"
+#include "admin/MessageTable.h"
 #include "service/VellmarkService.h"
 
 namespace Vellmark::Service {
@@ -26,36 +26,6 @@ Vellmark::Admin::Reply Refused(std::string const& why) {
     return reply;
 }
 
-// Identifiers of the requests the service answers.
-bool IsRequestId(unsigned int id) {
-    using namespace VellmarkPB;
-    static std::set<unsigned int> const ids = {VELLMARK_MESSAGE_GET_SOURCES,
-                                               VELLMARK_MESSAGE_GET_PRESETS,
-                                               VELLMARK_MESSAGE_GET_PERSONS,
-                                               VELLMARK_MESSAGE_STORE_PRESETS,
-                                               VELLMARK_MESSAGE_GET_PRODUCT_SETTINGS,
-                                               VELLMARK_MESSAGE_GET_VOICE_ACCOUNTS,
-                                               VELLMARK_MESSAGE_GVA_CREATE,
-                                               VELLMARK_MESSAGE_GVA_DELETE,
-                                               VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID,
-                                               VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT,
-                                               VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT,
-                                               VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT,
-                                               VELLMARK_MESSAGE_GET_MSP_HOST_ACCOUNTS,
-                                               VELLMARK_MESSAGE_GET_GROUPS};
-    return ids.count(id) > 0;
-}
-
-// Requests whose failure the client can hear: an Error in the reply or as a notification.
-bool HasErrorPath(unsigned int id) {
-    using namespace VellmarkPB;
-    return id == VELLMARK_MESSAGE_GVA_CREATE || id == VELLMARK_MESSAGE_GVA_DELETE ||
-           id == VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID ||
-           id == VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT ||
-           id == VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT ||
-           id == VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT;
-}
-
 }  // namespace
 
 void VellmarkService::HandleAdmin(IPCRequest const& request) {
@@ -72,15 +42,20 @@ void VellmarkService::HandleAdmin(IPCRequest const& request) {
                                         m_maxFrameBytes);
     }
     auto step = m_adminSlices.Receive(request.session->Id(), command);
-    if (!step.run) return RespondAdmin(request, step.reply, limit);
+    // A slice, or its acknowledgement: cut already, it goes as it is.
+    if (!step.run) return SendAdmin(request, step.reply);
     if (step.run->has_push()) return StartPush(*step.run, request, limit);
     RespondAdmin(request, RunAdmin(*step.run, request.session), limit);
 }
 
 void VellmarkService::RespondAdmin(IPCRequest const& request, Vellmark::Admin::Reply const& reply,
                                    std::size_t limit) {
+    SendAdmin(request, m_adminSlices.Send(request.session->Id(), reply, limit));
+}
+
+void VellmarkService::SendAdmin(IPCRequest const& request, Vellmark::Admin::Reply const& reply) {
     IPCMessageEnvelope envelope;
-    envelope.SetPayload(m_adminSlices.Send(request.session->Id(), reply, limit));
+    envelope.SetPayload(reply);
     request.Respond(envelope);
 }
 
@@ -92,10 +67,16 @@ void VellmarkService::StartPush(Vellmark::Admin::Request const& command, IPCRequ
         return RespondAdmin(
             request, Refused("no resource with updates called \"" + push.resource() + "\""), limit);
     }
+    // A push ends when every client has acknowledged it, and clients never acknowledge
+    // the association's updates: such a push would never end.
+    if (resource->updateId == VellmarkPB::VELLMARK_MESSAGE_ACCOUNT_ASSOCIATED_UPDATE) {
+        return RespondAdmin(
+            request, Refused("clients do not acknowledge " + push.resource() + " updates"), limit);
+    }
     if (m_push) m_push->Abandon();  // its requester hears so; this one takes over
     IPCMessageEnvelope update;
     try {
-        update.SetPayload(*m_catalog.Read(*resource));
+        update = QueryAnswer(*resource);
     } catch (StoreError const& error) {
         return RespondAdmin(request, Refused("the service's store failed: " + error.Reason()),
                             limit);
@@ -105,8 +86,7 @@ void VellmarkService::StartPush(Vellmark::Admin::Request const& command, IPCRequ
     identity.set_messageid(resource->updateId);
     unsigned int const id = resource->updateId;
     auto send = [this, id, update](std::shared_ptr<IPCServerSession> const& session) {
-        return m_monitor.Send(session->Id(), "notification", id, 0, update,
-                              [&] { return session->Notify(id, update); });
+        return Notify(session, id, update);
     };
     auto done = [this, request, limit, pretty = command.pretty()](
                     Vellmark::Admin::PushReport const& report, bool abandoned) {
@@ -122,9 +102,9 @@ void VellmarkService::StartPush(Vellmark::Admin::Request const& command, IPCRequ
     };
     m_push = std::make_unique<UpdatePush>(identity, push.has_count() ? push.count() : 1000,
                                           push.has_window() ? push.window() : 64, send, done);
-    Log().Log(DPrint::Flow, "pushing %s to %zu clients", resource->name,
-              m_server->Sessions().size());
-    m_push->Start(m_server->Sessions());
+    auto const sessions = m_server->Sessions();
+    Log().Log(DPrint::Flow, "pushing %s to %zu clients", resource->name, sessions.size());
+    m_push->Start(sessions);
     EndFinishedPush();
 }
 
@@ -216,10 +196,11 @@ Vellmark::Admin::Reply VellmarkService::Get(Vellmark::Admin::Get const& get, boo
 
 Vellmark::Admin::Reply VellmarkService::FailNext(Vellmark::Admin::FailNext const& failNext) {
     unsigned int const id = failNext.messageid();
-    if (!IsRequestId(id)) {
+    auto const* message = Vellmark::Admin::FindMessage(id);
+    if (!message || message->role != Vellmark::Admin::MessageRole::Request) {
         return Refused("identifier " + std::to_string(id) + " is not a request of the service");
     }
-    if (failNext.has_error() && !HasErrorPath(id)) {
+    if (failNext.has_error() && !message->errorInReply && message->errorId == 0) {
         return Refused("requests under " + std::to_string(id) +
                        " have no error reply; make them go unanswered instead");
     }

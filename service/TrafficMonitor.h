@@ -4,8 +4,8 @@
 // its sensitive fields masked (Sensitivity.h). Costs one atomic load a frame while nobody
 // watches.
 //
-// Thread-safe: frames are reported from the service's task and from the delayed answers'
-// timer thread. While
+// Thread-safe: frames are reported from the service's task, from the delayed answers'
+// timer thread and from any thread that calls the service's Receive functions. While
 // someone watches, a frame sent and its report are one step, so that a frame received in
 // answer (an acknowledgement) is never shown before the frame it answers.
 #include <atomic>

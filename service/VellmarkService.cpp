@@ -362,7 +362,7 @@ IPCMessageEnvelope const& VellmarkService::QueryAnswer(
     Vellmark::Admin::ResourceInfo const& resource) {
     // Kept while the store stays as it was: a query is answered without reading, parsing
     // and serializing the resource again.
-    auto& kept = m_queryAnswers[resource.name];
+    auto& kept = m_queryAnswers[&resource];
     if (!kept.envelope || kept.generation != m_store.Generation()) {
         kept.envelope = EnvelopeOf(*m_catalog.Read(resource));
         kept.generation = m_store.Generation();
@@ -373,10 +373,7 @@ IPCMessageEnvelope const& VellmarkService::QueryAnswer(
 void VellmarkService::NotifyRequester(IPCRequest const& request, unsigned int id,
                                       google::protobuf::Message const& message) {
     auto const envelope = EnvelopeOf(message);
-    auto send = [this, session = request.session, id, envelope] {
-        m_monitor.Send(session->Id(), "notification", id, 0, envelope,
-                       [&] { return session->Notify(id, envelope); });
-    };
+    auto send = [this, session = request.session, id, envelope] { Notify(session, id, envelope); };
     AfterDelayOf(request.id, std::move(send));
 }
 
@@ -393,12 +390,16 @@ void VellmarkService::Broadcast(Changes const& changed) {
     for (auto const& name : changed) {
         auto const* resource = Vellmark::Admin::FindResource(name);
         if (!resource || resource->updateId == 0) continue;
-        auto const envelope = EnvelopeOf(*m_catalog.Read(*resource));
-        for (auto const& session : m_server->Sessions()) {
-            m_monitor.Send(session->Id(), "notification", resource->updateId, 0, envelope,
-                           [&] { return session->Notify(resource->updateId, envelope); });
-        }
+        auto const& envelope = QueryAnswer(*resource);
+        for (auto const& session : m_server->Sessions())
+            Notify(session, resource->updateId, envelope);
     }
+}
+
+bool VellmarkService::Notify(std::shared_ptr<IPCServerSession> const& session, unsigned int id,
+                             IPCMessageEnvelope const& envelope) {
+    return m_monitor.Send(session->Id(), "notification", id, 0, envelope,
+                          [&] { return session->Notify(id, envelope); });
 }
 
 }  // namespace Vellmark::Service

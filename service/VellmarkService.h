@@ -102,6 +102,9 @@ private:
     void AfterDelayOf(unsigned int id, std::function<void()> send);
     // Pushes the update of every changed resource to every connection.
     void Broadcast(Changes const& changed);
+    // Sends `envelope` as a notification under `id`, as the traffic monitor sees it.
+    bool Notify(std::shared_ptr<IPCServerSession> const& session, unsigned int id,
+                IPCMessageEnvelope const& envelope);
 
     // Admin endpoint, on the task: answers `request`, joining and cutting slices of
     // messages too big for one frame.
@@ -109,6 +112,8 @@ private:
     // Sends `reply`, or its first slice when it does not fit frames of `limit` bytes.
     void RespondAdmin(IPCRequest const& request, Vellmark::Admin::Reply const& reply,
                       std::size_t limit);
+    // Sends `reply` as it is.
+    void SendAdmin(IPCRequest const& request, Vellmark::Admin::Reply const& reply);
     // Starts the push `command` asks for; `request` is answered when it is done.
     void StartPush(Vellmark::Admin::Request const& command, IPCRequest const& request,
                    std::size_t limit);
@@ -142,7 +147,8 @@ private:
         std::optional<IPCMessageEnvelope> envelope;
         std::uint64_t generation = 0;  // the store's, when it was made
     };
-    std::map<std::string, KeptAnswer> m_queryAnswers;
+    // By the resource's row, which lives as long as the process.
+    std::map<Vellmark::Admin::ResourceInfo const*, KeptAnswer> m_queryAnswers;
     IL::Task m_task;
     std::unique_ptr<IPCServer> m_server;
     std::unique_ptr<IPCServer> m_admin;

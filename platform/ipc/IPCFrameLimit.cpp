@@ -57,7 +57,6 @@ std::size_t IPCFrameLimit::SetMaxFrameBytes(std::size_t bytes) {
 }
 
 std::size_t IPCFrameLimit::FrameBytes(unsigned int id, IPCMessageEnvelope const& envelope) {
-    return Tarv::MakeFrame(Tarv::IPCFrame::RESPONSE, id, envelope.Base(),
-                           std::numeric_limits<std::uint64_t>::max())
-        .ByteSizeLong();
+    return Tarv::FrameBodyBytes(Tarv::IPCFrame::RESPONSE, id, envelope.Base(),
+                                std::numeric_limits<std::uint64_t>::max());
 }

@@ -2,6 +2,7 @@
 
 #include "platform/ipc/ReplaceableFactory.h"
 #include "platform/ipc/transport/SocketRouter.h"
+#include "platform/task/EventLoopOwner.h"
 
 namespace {
 

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
-#include <asio/post.hpp>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>

@@ -31,11 +31,10 @@ EventLoop::EventLoop()
 EventLoop::~EventLoop() = default;
 
 bool EventLoop::Post(std::function<void()> work) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    if (m_ended) {
-        lock.unlock();  // `work` may own anything: released outside the lock
-        return false;
-    }
+    // `work` may own anything: dropped, it is destroyed after the lock is released, as a
+    // parameter outlives the function's locals.
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_ended) return false;
     asio::post(*m_context, std::move(work));
     return true;
 }

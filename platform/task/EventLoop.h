@@ -20,7 +20,6 @@
 #include "framework/task/CallbackConnection.h"
 #include "platform/TarvExport.h"
 #include "platform/task/CallbackList.h"
-#include "platform/task/EventLoopOwner.h"
 
 namespace asio {
 class io_context;

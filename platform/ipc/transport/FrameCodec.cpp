@@ -50,17 +50,43 @@ bool AppendFrame(IPCFrame const& frame, std::string& out, std::size_t maxFrameBy
     return true;
 }
 
+namespace {
+
+bool Numbered(IPCFrame::Kind kind) {
+    return kind == IPCFrame::REQUEST || kind == IPCFrame::RESPONSE;
+}
+
+bool Renumbered(unsigned int id, IPCMessageEnvelopeBase const& envelope) {
+    return !envelope.has_message_id() || envelope.message_id() != id;
+}
+
+// The envelope as written: its cached size, and the identifier appended when needed.
+std::size_t EnvelopeBytes(unsigned int id, IPCMessageEnvelopeBase const& envelope) {
+    return envelope.GetCachedSize() +
+           (Renumbered(id, envelope) ? 1 + google::protobuf::io::CodedOutputStream::VarintSize32(id)
+                                     : 0);
+}
+
+}  // namespace
+
+std::size_t FrameBodyBytes(IPCFrame::Kind kind, unsigned int id,
+                           IPCMessageEnvelopeBase const& envelope, std::uint64_t number) {
+    using google::protobuf::io::CodedOutputStream;
+    envelope.ByteSizeLong();  // caches the size EnvelopeBytes and the writer use
+    std::size_t const envelopeBytes = EnvelopeBytes(id, envelope);
+    return 1 + CodedOutputStream::VarintSize32(static_cast<std::uint32_t>(kind)) +
+           (Numbered(kind) ? 1 + CodedOutputStream::VarintSize64(number) : 0) + 1 +
+           CodedOutputStream::VarintSize64(envelopeBytes) + envelopeBytes;
+}
+
 bool AppendFrame(IPCFrame::Kind kind, unsigned int id, IPCMessageEnvelopeBase const& envelope,
                  std::uint64_t number, std::string& out, std::size_t maxFrameBytes) {
     using google::protobuf::internal::WireFormatLite;
     using google::protobuf::io::CodedOutputStream;
-    bool const numbered = kind == IPCFrame::REQUEST || kind == IPCFrame::RESPONSE;
-    bool const renumbered = !envelope.has_message_id() || envelope.message_id() != id;
-    std::size_t const envelopeBytes =
-        envelope.ByteSizeLong() + (renumbered ? 1 + CodedOutputStream::VarintSize32(id) : 0);
-    std::size_t const body = 1 + CodedOutputStream::VarintSize32(static_cast<std::uint32_t>(kind)) +
-                             (numbered ? 1 + CodedOutputStream::VarintSize64(number) : 0) + 1 +
-                             CodedOutputStream::VarintSize64(envelopeBytes) + envelopeBytes;
+    bool const numbered = Numbered(kind);
+    bool const renumbered = Renumbered(id, envelope);
+    std::size_t const body = FrameBodyBytes(kind, id, envelope, number);
+    std::size_t const envelopeBytes = EnvelopeBytes(id, envelope);
     if (body > maxFrameBytes || body > std::size_t(INT32_MAX)) return false;
     std::size_t const start = out.size();
     out.resize(start + CodedOutputStream::VarintSize64(body) + body);

@@ -39,6 +39,12 @@ TARV_TRANSPORT_EXPORT bool AppendFrame(IPCFrame::Kind kind, unsigned int id,
                                        std::string& out,
                                        std::size_t maxFrameBytes = kMaxFrameBytes);
 
+// The body size of the frame that AppendFrame(kind, id, envelope, number, ...) writes (the
+// length prefix left out), computed without writing it; caches the envelope's size.
+TARV_TRANSPORT_EXPORT std::size_t FrameBodyBytes(IPCFrame::Kind kind, unsigned int id,
+                                                 IPCMessageEnvelopeBase const& envelope,
+                                                 std::uint64_t number);
+
 // Cuts a byte stream into frames. Feed it bytes as they arrive, then call Next until it
 // stops returning Status::Frame. A frame that parses but lacks its kind, its identifier or
 // (for requests and responses) its number is Malformed. After TooLarge or Malformed the stream

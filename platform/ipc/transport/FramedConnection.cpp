@@ -210,7 +210,8 @@ FramedConnection::SendResult FramedConnection::Send(IPCFrame::Kind kind, unsigne
     if (!AppendFrame(kind, id, envelope, number, buffer, m_limits.maxFrameBytes)) {
         IPCLog().Log(DPrint::Warning,
                      "%s: frame of %zu bytes is over the limit of %zu bytes; not sent",
-                     m_description.c_str(), envelope.ByteSizeLong(), m_limits.maxFrameBytes);
+                     m_description.c_str(), FrameBodyBytes(kind, id, envelope, number),
+                     m_limits.maxFrameBytes);
         return SendResult::TooLarge;
     }
     SendResult const result = SendBytes(buffer);

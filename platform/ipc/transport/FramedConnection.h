@@ -2,14 +2,13 @@
 // FramedConnection: one connected Unix stream socket carrying IPC frames. The client's
 // router and the server's sessions are built on it.
 //
-// Loop: a connection is served by one EventLoop: the shared IO thread's unless Start names
-// another (the loop of the task that will handle its frames). "The loop's thread" below is
-// that loop's thread. When the loop ends, the connection closes there.
-// Reading: after Start, the loop's thread reads what the socket holds, decodes every whole
-// frame in a row and hands each to the frame handler. A frame over the size limit, or one
-// that does not parse, closes the connection with one log line.
-// Writing: Send may be called from any thread; each frame is written whole, in the order
-// of the calls. When nothing waits before it and the socket takes it, a frame is written
+// Loop: a connection is served by one EventLoop: the shared IO thread's unless Adopt or
+// Start names another (the loop of the task that will handle its frames). "The loop's thread" below
+// is that loop's thread. When the loop ends, the connection closes there. Reading: after Start, the
+// loop's thread reads what the socket holds, decodes every whole frame in a row and hands each to
+// the frame handler. A frame over the size limit, or one that does not parse, closes the connection
+// with one log line. Writing: Send may be called from any thread; each frame is written whole, in
+// the order of the calls. When nothing waits before it and the socket takes it, a frame is written
 // on the calling thread (no thread hop); otherwise its bytes join the send queue, which
 // the loop's thread drains as the peer reads. The queue is bounded (Limits::maxQueuedBytes,
 // 4 MiB by default): a peer that lets it fill is treated as gone, so the connection is

@@ -4,8 +4,6 @@
 #include <asio/error.hpp>
 #include <asio/io_context.hpp>
 
-#include <future>
-
 #include "platform/ipc/IPCLog.h"
 
 namespace Tarv {
@@ -29,14 +27,11 @@ IoService::IoService() : m_loop(EventLoop::Create()) {
     asio::error::get_netdb_category();
     asio::error::get_addrinfo_category();
     IPCLog();
-    std::promise<void> started;
-    auto running = started.get_future();
-    m_thread = std::thread([this, &started] {
+    // Work posted before the thread runs waits in the loop's queue.
+    m_thread = std::thread([this] {
         pthread_setname_np(pthread_self(), "IPC IO");
-        started.set_value();
         m_loop->Run();
     });
-    running.wait();
 }
 
 IoService::~IoService() {

@@ -53,10 +53,13 @@ AdminClient::AdminClient(std::chrono::milliseconds bound)
     // One connection only: a lost one is reported, not replaced.
     listening.Disconnect();
     if (!socket) {
-        throw AdminError("vellmarkd does not answer at " + endpoint->Path() + " (is it running?)");
+        throw AdminError(AdminError::Kind::NoAnswer,
+                         "vellmarkd does not answer at " + endpoint->Path() + " (is it running?)");
     }
     m_router = IPCMessageRouterFactory::CreateRouter("VellmarkAdminRouter", nullptr, socket);
-    if (!m_router) throw AdminError("cannot talk to vellmarkd at " + endpoint->Path());
+    if (!m_router)
+        throw AdminError(AdminError::Kind::NoAnswer,
+                         "cannot talk to vellmarkd at " + endpoint->Path());
     m_router->SetDisconnectHandler(socket, [weak] {
         if (auto shared = weak.lock()) {
             std::lock_guard<std::mutex> lock(shared->mutex);
@@ -130,13 +133,16 @@ Vellmark::Admin::Reply AdminClient::Exchange(Vellmark::Admin::Request const& req
     std::unique_lock<std::mutex> lock(m_shared->mutex);
     WaitFor(m_shared->changed, lock, m_bound, [&] { return answer->arrived || m_shared->closed; });
     if (answer->arrived) return answer->reply;
-    if (m_shared->closed) throw AdminError("vellmarkd closed the connection");
-    throw AdminError("no answer from vellmarkd within " + std::to_string(m_bound.count()) + " ms");
+    if (m_shared->closed)
+        throw AdminError(AdminError::Kind::Closed, "vellmarkd closed the connection");
+    throw AdminError(AdminError::Kind::NoAnswer,
+                     "no answer from vellmarkd within " + std::to_string(m_bound.count()) + " ms");
 }
 
 std::string AdminClient::Command(Vellmark::Admin::Request const& request) {
     auto const reply = Call(request);
-    if (!reply.ok()) throw AdminError("vellmarkd refused: " + reply.error());
+    if (!reply.ok())
+        throw AdminError(AdminError::Kind::Refused, "vellmarkd refused: " + reply.error());
     return reply.json();
 }
 

@@ -21,7 +21,16 @@ namespace Vellmark::Admin {
 
 class AdminError : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    enum class Kind {
+        NoAnswer,  // not reached, or no answer within the bound
+        Closed,    // the service closed the connection
+        Refused,   // the service answered with a refusal
+    };
+    AdminError(Kind kind, std::string const& what) : std::runtime_error(what), m_kind(kind) {}
+    Kind kind() const { return m_kind; }
+
+private:
+    Kind m_kind;
 };
 
 class AdminClient {

@@ -8,9 +8,8 @@
 #include "admin/AdminClient.h"
 #include "admin/AdminProtocol.h"
 #include "admin/Json.h"
-#include "platform/ipc/IPCDirectory.h"
+#include "tools/AdminConnection.h"
 #include "tools/Commands.h"
-#include "tools/ServiceProbe.h"
 
 namespace Vellmark::Ctl {
 namespace {
@@ -34,32 +33,15 @@ std::vector<std::string> AdminResources() {
 int AdminCall(Settings const& settings, Vellmark::Admin::Request request,
               std::unique_ptr<google::protobuf::Message> shown = nullptr) {
     request.set_pretty(settings.pretty && !shown);
-    ServiceProbe probe(IPCDirectory::Get().Lookup(Vellmark::Admin::kAdminEndpoint)->Path(),
-                       "--admin-allow-user");
-    if (probe.Found()) return Report(*probe.Found());
-    try {
-        auto admin = std::make_shared<AdminClient>(settings.Timeout());
-        probe.Watch([weak = std::weak_ptr<AdminClient>(admin)] {
-            if (auto refused = weak.lock()) refused->Close();
-        });
-        std::string const json = admin->Command(request);
+    return WithAdmin(settings, [&](AdminClient& admin) -> int {
+        std::string const json = admin.Command(request);
         if (shown) {
             PrintJson(json, *shown, settings);
         } else if (!json.empty()) {
             PrintText(json);
         }
         return kOk;
-    } catch (AdminError const& error) {
-        std::string const what = error.what();
-        // The connection may end before the probe has seen its second one closed.
-        if (auto const refused = what.find("closed the connection") != std::string::npos
-                                     ? probe.AwaitVerdict(settings.Timeout())
-                                     : probe.Verdict()) {
-            return Report(*refused);
-        }
-        std::cerr << "vellmarkctl: " << what << "\n";
-        return what.rfind("vellmarkd refused", 0) == 0 ? kRefused : kNoAnswer;
-    }
+    });
 }
 
 // The message a resource's JSON must make, to check a file before it is sent.
@@ -219,7 +201,8 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
     auto* push = admin->add_subcommand(
         "push",
         "load-test the subscribers: push a resource's update to every client COUNT times, at "
-        "most WINDOW unacknowledged per client; prints what it took once all are acknowledged");
+        "most WINDOW unacknowledged per client; prints what it took once all are acknowledged (so "
+        "every connected client must subscribe to it)");
     struct PushArgs {
         std::string resource;
         unsigned int count = 1000;

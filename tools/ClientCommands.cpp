@@ -83,9 +83,7 @@ int WithClient(std::chrono::milliseconds bound,
         code = outcome.Wait(bound);
     }
     task.Stop();
-    if (auto const refused = probe.Verdict(); refused && code == refused->code) {
-        return Report(*refused);
-    }
+    if (code == kRefusedByService) return Report(*probe.Verdict());
     return code >= 0 ? code : onTimeout();
 }
 

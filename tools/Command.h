@@ -25,7 +25,7 @@ enum Exit : int {
 inline constexpr char kExitCodesHelp[] =
     "Exit codes:\n"
     "  0  done\n"
-    "  1  refused: the service answered with an Error (printed on standard error)\n"
+    "  1  refused: the service answered with an Error (printed as JSON on standard error)\n"
     "  2  bad arguments or input; nothing was sent\n"
     "  3  vellmarkd is not running (no socket file, or nothing listens on it), or no answer\n"
     "     within --timeout\n"

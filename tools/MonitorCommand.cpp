@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "admin/AdminClient.h"
+#include "tools/AdminConnection.h"
 #include "tools/Commands.h"
 #include "tools/MonitorFormat.h"
 #include "tools/PcapngWriter.h"
@@ -62,8 +63,7 @@ int Monitor(Settings const& settings, MonitorArgs const& args) {
             throw BadInput(std::string("--pcap: ") + error.what());
         }
     }
-    try {
-        Admin::AdminClient admin(settings.Timeout());
+    return WithAdmin(settings, [&](Admin::AdminClient& admin) -> int {
         Outcome outcome;
         auto seen = std::make_shared<std::atomic<int>>(0);
         admin.Monitor(
@@ -87,10 +87,7 @@ int Monitor(Settings const& settings, MonitorArgs const& args) {
         if (code != kClosed) return code;
         std::cerr << "vellmarkctl: vellmarkd closed the connection\n";
         return kOk;
-    } catch (Admin::AdminError const& error) {
-        std::cerr << "vellmarkctl: " << error.what() << "\n";
-        return kNoAnswer;
-    }
+    });
 }
 
 }  // namespace

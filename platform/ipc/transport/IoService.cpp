@@ -8,21 +8,22 @@
 
 namespace Tarv {
 
-// A loop left to the process's end (see ~IoService), kept reachable from a global of
-// external linkage so that the store stays and leak checkers do not report it.
-extern std::shared_ptr<EventLoop>* loopLeftToTheEnd;
-std::shared_ptr<EventLoop>* loopLeftToTheEnd = nullptr;
-
 std::shared_ptr<IoService> IoService::Shared() {
-    static std::shared_ptr<IoService> const service(new IoService());
-    return service;
+    // A pointer never freed: the service stays reachable (from here) after the thread stops,
+    // and so do the connections its loop still holds. `stop` is made after the statics the
+    // handlers use (see the constructor), so it runs at exit before they are destroyed.
+    static auto* const service = new std::shared_ptr<IoService>(new IoService());
+    static struct StopAtExit {
+        ~StopAtExit() { (*service)->StopThread(); }
+    } const stop;
+    return *service;
 }
 
 IoService::IoService() : m_loop(EventLoop::Create()) {
-    // The handlers run until this object's destructor joins the thread at the process's
-    // exit. The function-local statics they use are made now, before this object is
-    // complete, so that they are destroyed after it (in reverse order of construction);
-    // made first by a handler, they would be gone while the thread still ran.
+    // The handlers run until the thread is joined at the process's exit. The function-local
+    // statics they use are made now, before Shared()'s `stop`, so that they are destroyed
+    // after it (in reverse order of construction); made first by a handler, they would be
+    // gone while the thread still ran.
     asio::error::get_misc_category();
     asio::error::get_netdb_category();
     asio::error::get_addrinfo_category();
@@ -34,13 +35,11 @@ IoService::IoService() : m_loop(EventLoop::Create()) {
     });
 }
 
-IoService::~IoService() {
+void IoService::StopThread() {
     m_loop->Quit();
+    if (!m_thread.joinable()) return;
     if (RunsOnCurrentThread()) {
-        // Only reachable when the last holder lets go on the IO thread during exit: the
-        // loop is still on this thread's stack, so it is left to the process's end.
         m_thread.detach();
-        loopLeftToTheEnd = new std::shared_ptr<EventLoop>(std::move(m_loop));
         return;
     }
     m_thread.join();

@@ -3,9 +3,10 @@
 // do not serve a loop of their own (EventLoopOwner), of tests' manual tasks and of the
 // listeners' attempts live here, with their retry timers.
 //
-// Shared() starts it on first use. Transport objects hold a shared pointer to it (or to its
-// loop), so it outlives them; the process keeps one reference until exit, when the thread is
-// stopped and joined once nothing else holds it.
+// Shared() starts it on first use; it is never destroyed. At the process's exit its thread is
+// stopped and joined, whoever still holds it: a handler run later would find the statics it
+// uses (Asio's error categories, the log) destroyed. What its loop still holds then is left,
+// reachable, to the end.
 #include <memory>
 #include <thread>
 
@@ -17,7 +18,6 @@ class IoService {
 public:
     static std::shared_ptr<IoService> Shared();
 
-    ~IoService();
     IoService(IoService const&) = delete;
     IoService& operator=(IoService const&) = delete;
 
@@ -27,6 +27,9 @@ public:
 
 private:
     IoService();
+    // Quits the loop and joins the thread; on the IO thread itself (exit called by a
+    // handler), leaves the thread to the end instead.
+    void StopThread();
 
     std::shared_ptr<EventLoop> m_loop;
     std::thread m_thread;

@@ -48,8 +48,11 @@ void Task::Stop() {
 
 void Task::ScheduleBatch() {
     // Straight to the io_context: a handler of one pointer, which Asio recycles, where a
-    // posted std::function would allocate.
-    asio::post(m_loop->Context(), [this] { RunBatch(); });
+    // posted std::function would allocate. The copy of the loop keeps it alive until the
+    // post returns: Asio wakes the task's thread after releasing its lock, and by then the
+    // batch may have run and the owner destroyed the task.
+    auto const loop = m_loop;
+    asio::post(loop->Context(), [this] { RunBatch(); });
 }
 
 void Task::RunBatch() {

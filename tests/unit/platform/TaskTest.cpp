@@ -5,8 +5,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 #include "platform/task/BreakThread.h"
@@ -166,6 +168,22 @@ TEST(Task, DestructorStopsAndJoins) {
         RunOnTask(task, [] {});
     }
     EXPECT_EQ(notified, 1);
+}
+
+// The owner may destroy a task once an entry posted from another thread has run, although
+// the posting call may not have returned yet on that thread. Repeated, so that the sanitizer
+// builds see the post's last steps overlap the destruction.
+TEST(Task, MayBeDestroyedOnceAnEntryPostedFromAnotherThreadHasRun) {
+    for (int round = 0; round < 200; ++round) {
+        auto task = std::make_unique<IL::Task>("brief");
+        IL::Task* const target = task.get();
+        Latch ran;
+        std::thread poster(
+            [&ran, target] { IL::BreakThread([&ran] { ran.CountDown(); }, target); });
+        ASSERT_TRUE(ran.Wait());
+        task.reset();
+        poster.join();
+    }
 }
 
 TEST(Task, PostingFromManyThreadsLosesNothing) {

@@ -13,7 +13,8 @@
 // Stop() may be called from any thread, also from an entry of the task itself (then the
 // thread ends after that entry returns). The destructor stops and joins; it must not run
 // on the task's own thread. Firing at a task while it is being destroyed is the owner's
-// error: stop the producers first.
+// error: stop the producers first. Once an entry has run, the task may be destroyed at
+// once, even while the call that posted it is still returning on another thread.
 #include <memory>
 #include <mutex>
 #include <string>

@@ -37,7 +37,6 @@ IoService::IoService() : m_loop(EventLoop::Create()) {
 
 void IoService::StopThread() {
     m_loop->Quit();
-    if (!m_thread.joinable()) return;
     if (RunsOnCurrentThread()) {
         m_thread.detach();
         return;

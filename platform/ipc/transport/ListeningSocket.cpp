@@ -35,6 +35,12 @@ std::string UnixTypeName(int type) {
     }
 }
 
+// Reads the integer socket option `option` into `value`; false (errno set) when it cannot.
+bool ReadOption(int fd, int option, int& value) {
+    socklen_t size = sizeof value;
+    return ::getsockopt(fd, SOL_SOCKET, option, &value, &size) == 0;
+}
+
 }  // namespace
 
 SocketProblem CheckListeningUnixStream(int fd) {
@@ -42,16 +48,11 @@ SocketProblem CheckListeningUnixStream(int fd) {
     if (::fstat(fd, &status) != 0) return {errno, "not an open file descriptor"};
     if (!S_ISSOCK(status.st_mode)) return {ENOTSOCK, "not a socket"};
     int value = 0;
-    socklen_t size = sizeof value;
-    if (::getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &value, &size) != 0) return {errno, "unreadable"};
+    if (!ReadOption(fd, SO_DOMAIN, value)) return {errno, "unreadable"};
     if (value != AF_UNIX) return {EAFNOSUPPORT, FamilyName(value)};
-    size = sizeof value;
-    if (::getsockopt(fd, SOL_SOCKET, SO_TYPE, &value, &size) != 0) return {errno, "unreadable"};
+    if (!ReadOption(fd, SO_TYPE, value)) return {errno, "unreadable"};
     if (value != SOCK_STREAM) return {EPROTOTYPE, UnixTypeName(value)};
-    size = sizeof value;
-    if (::getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &value, &size) != 0) {
-        return {errno, "unreadable"};
-    }
+    if (!ReadOption(fd, SO_ACCEPTCONN, value)) return {errno, "unreadable"};
     if (value == 0) return {EINVAL, "a Unix stream socket that does not listen"};
     return {};
 }

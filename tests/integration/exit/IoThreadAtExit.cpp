@@ -10,17 +10,15 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <mutex>
 #include <string>
 
 #include "platform/ipc/IPCDirectory.h"
 #include "platform/ipc/IPCServer.h"
+#include "platform/testing/Latch.h"
 
 namespace {
 
@@ -28,9 +26,7 @@ char g_folder[] = "/tmp/tarv-exit-XXXXXX";
 std::string g_socket;
 int g_client = -1;
 IPCServer* g_server = nullptr;  // never deleted: still serving at exit
-std::mutex g_mutex;
-std::condition_variable g_acceptedChanged;
-bool g_accepted = false;
+Tarv::Testing::Latch g_accepted;
 
 bool IoThreadRuns() {
     DIR* tasks = ::opendir("/proc/self/task");
@@ -65,11 +61,7 @@ int main() {
     IPCDirectory::Get().SetRuntimeFolder(g_folder);
     try {
         IPCServer::Handlers handlers;
-        handlers.onConnected = [](IPCServer::SessionPtr const&) {
-            std::lock_guard<std::mutex> lock(g_mutex);
-            g_accepted = true;
-            g_acceptedChanged.notify_all();
-        };
+        handlers.onConnected = [](IPCServer::SessionPtr const&) { g_accepted.CountDown(); };
         g_server = new IPCServer("Exit", std::move(handlers));
     } catch (std::exception const& e) {
         std::fprintf(stderr, "cannot serve: %s\n", e.what());
@@ -85,8 +77,7 @@ int main() {
         return 2;
     }
     // The IO thread has run (and taken its name) once it has accepted the client.
-    std::unique_lock<std::mutex> lock(g_mutex);
-    if (!g_acceptedChanged.wait_for(lock, std::chrono::seconds(60), [] { return g_accepted; })) {
+    if (!g_accepted.Wait()) {
         std::fprintf(stderr, "the server did not accept the client\n");
         return 2;
     }

@@ -130,6 +130,23 @@ TEST_F(Scripting, ASocketThisUserMayNotOpenIsToldAtOnce) {
         << get->Errors();
 }
 
+TEST_F(Scripting, AServerOfAnUntrustedUserIsToldAtOnce) {
+    if (!CanRunAsAnotherUser()) GTEST_SKIP() << "cannot run a program as another user here";
+    // A folder root owns and user 65534's group may write to: a server of that user can
+    // listen there, yet it is neither root nor the folder's owner.
+    ASSERT_EQ(::chown(Folder().c_str(), 0, 65534), 0);
+    ASSERT_EQ(::chmod(Folder().c_str(), 0770), 0);
+    ChildProcess impostor(
+        kSetpriv, {"--reuid", kNobody, "--regid", kNobody, "--clear-groups", VELLMARKD_PATH, "--db",
+                   Folder() + "/impostor.db", "--new-store", "--runtime-dir", Folder()});
+    ASSERT_TRUE(impostor.WaitForError("vellmarkd: serving", kBound)) << impostor.Errors();
+
+    auto get = Ctl({"--timeout", "0", "get", "sources"});
+    EXPECT_EQ(get->ExitCode(), 5) << get->Errors();
+    EXPECT_NE(get->Errors().find("runs as uid 65534"), std::string::npos) << get->Errors();
+    EXPECT_NE(get->Errors().find("not talking to it"), std::string::npos) << get->Errors();
+}
+
 TEST_F(Scripting, ARefusalByTheCredentialCheckIsToldAtOnce) {
     if (!CanRunAsAnotherUser()) GTEST_SKIP() << "cannot run a program as another user here";
     ASSERT_EQ(::chmod(Folder().c_str(), 0711), 0);

@@ -3,18 +3,20 @@
 // destroyed, whoever still holds the service then. Checked from an exit handler that
 // runs after the library's own (it is registered before the library makes them).
 //
-// Exit status: 0 when no IO thread is left; 1, with a message, when one still runs; 2 when
-// the scene cannot be set up.
+// Exit status: 0 when no IO thread is left (within a bound); 1, with a message, when one still
+// runs; 2 when the scene cannot be set up.
 #include <dirent.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include "platform/ipc/IPCDirectory.h"
 #include "platform/ipc/IPCServer.h"
@@ -44,7 +46,14 @@ bool IoThreadRuns() {
 void CheckAtExit() {
     // The client leaving now would be read by an IO thread that still ran.
     ::close(g_client);
-    bool const left = IoThreadRuns();
+    // A joined thread may still be listed for a moment (under an emulator, longer): wait,
+    // with a bound, for it to go. A thread that still serves its loop never goes.
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    bool left = IoThreadRuns();
+    while (left && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        left = IoThreadRuns();
+    }
     ::unlink(g_socket.c_str());
     ::rmdir(g_folder);
     if (left) {

@@ -66,6 +66,10 @@ std::vector<std::string> Names(std::map<std::string, Starter> const& table) {
     return names;
 }
 
+// How long a command whose connection ended waits for the probe to say whether the
+// service's credential check ended it (only when that check may refuse this user).
+constexpr std::chrono::milliseconds kVerdictBound(1000);
+
 std::string ServicePath() {
     return IPCDirectory::Get().Lookup(Vellmark::Admin::kServiceEndpoint)->Path();
 }
@@ -91,6 +95,11 @@ int WithClient(Settings const& settings,
     }
     task.Stop();
     if (code == kRefusedByService) return Report(*probe.Verdict());
+    // A connection the service's credential check closed ends a request as any drop does;
+    // the probe tells which it was, soon after.
+    if (code == kNoAnswer) {
+        if (auto const refused = probe.AwaitVerdict(kVerdictBound)) return Report(*refused);
+    }
     return code >= 0 ? code : onTimeout();
 }
 

@@ -10,11 +10,14 @@
 #include "platform/ipc/IPCFrameLimit.h"
 #include "platform/ipc/IPCLog.h"
 #include "tools/Commands.h"
+#include "tools/HelpFormatter.h"
 
 int main(int argc, char** argv) {
     Vellmark::Json::QuietenKnownWarnings();
     CLI::App app("vellmarkctl: drive the Vellmark service. Results are JSON on standard output.",
                  "vellmarkctl");
+    // Before any command is added: each takes its parent's formatter.
+    app.formatter(std::make_shared<Vellmark::Ctl::HelpFormatter>());
     app.footer(Vellmark::Ctl::kExitCodesHelp);
     app.set_version_flag("--version", Vellmark::VersionText("vellmarkctl"),
                          "print the versions of the library, the schema and the build");

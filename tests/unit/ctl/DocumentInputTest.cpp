@@ -51,8 +51,8 @@ TEST_F(DocumentInput, KnowsTheLineAndColumnOfEveryMemberAndElement) {
     EXPECT_EQ(document.Where("presets[1]"), path + ":4:5");
     EXPECT_EQ(document.Where("presets[1].key"), path + ":4:6");
     // Schema names and JSON names alike; a place the document lacks gives its holder's.
-    EXPECT_EQ(document.Where("presets[1].value.actions[0].metadata.accountID"), path + ":4:50");
-    EXPECT_EQ(document.Where("presets[1].value.actions[0].metadata.account_id"), path + ":4:50");
+    EXPECT_EQ(document.Where("presets[1].value.actions[0].metadata.accountID"), path + ":4:54");
+    EXPECT_EQ(document.Where("presets[1].value.actions[0].metadata.account_id"), path + ":4:54");
     EXPECT_EQ(document.Where("presets[1].value.createdOn"), path + ":4:18");
     EXPECT_EQ(document.Where("sources"), path);
 }

@@ -44,7 +44,9 @@ TEST(MessageDescription, EveryIdentifierIsDescribedAndEveryRequestHasATemplateTh
         }
         std::string const document = RequestTemplateOf(row, true);
         EXPECT_EQ(document.empty(), row.request == nullptr);
-        if (row.request) EXPECT_EQ(Vellmark::Json::Parse(document, *New(row.request)), "");
+        if (row.request) {
+            EXPECT_EQ(Vellmark::Json::Parse(document, *New(row.request)), "");
+        }
     }
     auto const* query = Vellmark::Admin::FindMessage(VellmarkPB::VELLMARK_MESSAGE_GET_SOURCES);
     EXPECT_EQ(RequestTemplateOf(*query, false), "{}");

@@ -97,7 +97,7 @@ TEST_F(RequestChecks, AMaskedValueIsRefusedWithItsPlaceAndTheWayToTheClearOne) {
         "{\"accountID\": \"acct-new-1\",\n \"tokens\": {\"refresh_token\": \"" +
             Vellmark::Admin::Masked(Vellmark::Admin::Sensitivity::Token, std::string(40, 'r')) +
             "\"}}");
-    EXPECT_EQ(refusal.rfind(Place("2:14: tokens.refresh_token holds a masked value"), 0), 0u)
+    EXPECT_EQ(refusal.rfind(Place("2:13: tokens.refresh_token holds a masked value"), 0), 0u)
         << refusal;
     EXPECT_NE(refusal.find("--show-secrets"), std::string::npos);
     EXPECT_NE(refusal.find("nothing was sent"), std::string::npos);
@@ -112,7 +112,7 @@ TEST_F(RequestChecks, AdminDocumentsFollowTheServicesRulesForAccounts) {
         CheckAdminDocument(list, document);
         FAIL() << "two accounts with one identifier passed";
     } catch (BadInput const& error) {
-        EXPECT_NE(std::string(error.what()).find(path + ":1:42: serviceAccounts[1].accountID"),
+        EXPECT_NE(std::string(error.what()).find(path + ":1:43: serviceAccounts[1].accountID"),
                   std::string::npos)
             << error.what();
     }

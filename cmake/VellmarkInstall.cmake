@@ -34,8 +34,8 @@ install(CODE "
   set(VELLMARK_RUNTIME_DIR [[${VELLMARK_RUNTIME_DIR}]])
   set(VELLMARKD_PATH \"${vellmarkd_at}\")
   foreach(unit ${VELLMARK_SYSTEMD_UNITS})
-    configure_file([[${PROJECT_SOURCE_DIR}/service/systemd/]]\${unit}.in
-                   [[${units_made}/]]\${unit} @ONLY)
+    configure_file(\"${PROJECT_SOURCE_DIR}/service/systemd/\${unit}.in\"
+                   \"${units_made}/\${unit}\" @ONLY)
   endforeach()" COMPONENT systemd)
 list(TRANSFORM VELLMARK_SYSTEMD_UNITS PREPEND ${units_made}/ OUTPUT_VARIABLE units)
 install(FILES ${units} DESTINATION ${VELLMARK_SYSTEMD_UNITDIR} COMPONENT systemd)

@@ -222,7 +222,7 @@ TEST(MaskedValueTest, FindsTheFirstMaskedValueOfADocumentWithItsPlace) {
     second->set_key("2");
     second->mutable_value()->add_actions()->mutable_metadata()->set_accountid(
         MaskedId("acct-harbor-77316420"));
-    auto const found = Vellmark::Admin::FindMaskedValue(presets);
+    auto found = Vellmark::Admin::FindMaskedValue(presets);
     ASSERT_TRUE(found.has_value());
     EXPECT_EQ(found->path, "presets[1].value.actions[0].metadata.accountID");
     EXPECT_EQ(found->value, "----------------6420");

@@ -4,6 +4,7 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/message.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,8 @@ std::string ResourceNames(bool withQueryOnly);
 std::string MessageName(unsigned int id);
 
 // Admin messages too big for one frame travel in slices (VellmarkAdmin.proto).
+// The largest Request the service joins from slices.
+inline constexpr std::size_t kMaxAdminRequestBytes = std::size_t(256) << 20;
 // True when `message` fits one admin frame of `maxFrameBytes`.
 bool FitsOneFrame(google::protobuf::Message const& message, std::size_t maxFrameBytes);
 // The bytes of one slice, so that the slice with its Request or Reply fits `maxFrameBytes`.

@@ -24,27 +24,42 @@ Sensitivity ClassOf(FieldDescriptor const* field, std::optional<Sensitivity> hol
     return holder && *holder != Sensitivity::Wrapped ? *holder : Sensitivity::Token;
 }
 
-// Calls `visit` for every set text field of `message`, at any depth, with its class.
+// Calls `visit` for every set text field of `message`, at any depth, with its class. With
+// `path`, the field's place in the message ("presets[0].value.name", without the field
+// itself) is kept there while it is visited; without, no path is made.
 using Visitor = std::function<void(Message&, FieldDescriptor const*, Sensitivity)>;
-void Walk(Message& message, std::optional<Sensitivity> holder, Visitor const& visit) {
+void Walk(Message& message, std::optional<Sensitivity> holder, Visitor const& visit,
+          std::string* path = nullptr) {
     auto const* reflection = message.GetReflection();
     std::vector<FieldDescriptor const*> fields;
     reflection->ListFields(message, &fields);
+    std::size_t const length = path ? path->size() : 0;
+    auto const enter = [&](FieldDescriptor const* field, int index) {
+        if (!path) return;
+        path->resize(length);
+        if (!path->empty()) *path += '.';
+        *path += field->name();
+        if (index >= 0) *path += "[" + std::to_string(index) + "]";
+    };
     for (auto const* field : fields) {
         if (field->cpp_type() == FieldDescriptor::CPPTYPE_MESSAGE) {
             // What the field wraps takes its class; other messages are classed field by field.
             auto const inner = SensitivityOf(field);
             if (!field->is_repeated()) {
-                Walk(*reflection->MutableMessage(&message, field), inner, visit);
+                enter(field, -1);
+                Walk(*reflection->MutableMessage(&message, field), inner, visit, path);
                 continue;
             }
             for (int i = 0; i < reflection->FieldSize(message, field); ++i) {
-                Walk(*reflection->MutableRepeatedMessage(&message, field, i), inner, visit);
+                enter(field, i);
+                Walk(*reflection->MutableRepeatedMessage(&message, field, i), inner, visit, path);
             }
         } else if (field->cpp_type() == FieldDescriptor::CPPTYPE_STRING) {
+            if (path) path->resize(length);
             visit(message, field, ClassOf(field, holder));
         }
     }
+    if (path) path->resize(length);
 }
 
 // The values of a text field, one or repeated.
@@ -96,6 +111,41 @@ void Mask(Message& message) {
                                                Masked(sensitivity, values[i]));
              }
          });
+}
+
+bool LooksMasked(Sensitivity sensitivity, std::string const& value) {
+    // Masking a masked value again leaves it as it is: the characters an identifier's mask
+    // fills are '-' already, a token's masked middle is '*' already and its length within
+    // the bound. A clear identifier or token is not left so: its first characters (for an
+    // identifier, at least half of it) would have to be '-', or its middle '*'.
+    return IsMasked(sensitivity) && !value.empty() && Masked(sensitivity, value) == value;
+}
+
+std::optional<MaskedValue> FindMaskedValue(Message const& message) {
+    std::unique_ptr<Message> copy(message.New());
+    copy->CopyFrom(message);
+    std::optional<MaskedValue> found;
+    std::string path;
+    Walk(
+        *copy, std::nullopt,
+        [&found, &path](Message& holder, FieldDescriptor const* field, Sensitivity sensitivity) {
+            if (found) return;
+            auto const values = Values(holder, field);
+            for (std::size_t i = 0; i < values.size(); ++i) {
+                if (!LooksMasked(sensitivity, values[i])) continue;
+                std::string where = path.empty() ? field->name() : path + "." + field->name();
+                if (field->is_repeated()) where += "[" + std::to_string(i) + "]";
+                found = MaskedValue{where, sensitivity, values[i]};
+                return;
+            }
+        },
+        &path);
+    return found;
+}
+
+std::string DescribeMaskedValue(MaskedValue const& masked) {
+    return masked.path + " holds a masked value (\"" + masked.value +
+           "\"), as tools print secrets unless asked for them in clear";
 }
 
 std::vector<std::string> SecretValues(Message const& message) {

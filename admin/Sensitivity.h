@@ -49,6 +49,24 @@ std::string Masked(Sensitivity sensitivity, std::string const& value);
 // the table does not classify is masked as a token: what is not known to be safe is not
 // shown.
 void Mask(google::protobuf::Message& message);
+// A value that LooksMasked, and where it is: "presets[0].value.actions[0].metadata.accountID"
+// (schema names; an index after a repeated field).
+struct MaskedValue {
+    std::string path;
+    Sensitivity sensitivity;
+    std::string value;
+};
+// True when `value`, of a class that is masked, is already masked: not empty, and left as
+// it is by masking. A document printed masked and read back holds such values; written,
+// they would replace the clear ones for good.
+bool LooksMasked(Sensitivity sensitivity, std::string const& value);
+// The first set field of `message`, at any depth and in field order, whose value
+// LooksMasked; nothing when there is none.
+std::optional<MaskedValue> FindMaskedValue(google::protobuf::Message const& message);
+// "<path> holds a masked value (\"<value>\"), as tools print secrets unless asked for them in
+// clear": the start of a refusal of such a document.
+std::string DescribeMaskedValue(MaskedValue const& masked);
+
 // The set, non-empty values that Mask would hide, in clear: for checks that an output
 // shows none of them.
 std::vector<std::string> SecretValues(google::protobuf::Message const& message);

@@ -1,5 +1,5 @@
-// Those who hear of each new connection: an addition to the client's specified operations
-// that changes none of them (no log line, no member of theirs, no order).
+// Those who hear of each new connection and of each end of one: an addition to the client's
+// specified operations that changes none of them (no log line, no member of theirs, no order).
 #include <algorithm>
 
 #include "client/VellmarkClientAPI.h"
@@ -11,22 +11,47 @@ CallbackConnection VellmarkClientAPI::AddConnectionObserver(std::function<void()
         // Connected already: this connection counts as the first one it hears of.
         if (m_router) {
             Post([observer] {
-                if (*observer.live && observer.onConnected) observer.onConnected();
+                if (*observer.live && observer.notify) observer.notify();
             });
         }
     });
     return CallbackConnection([live] { *live = false; });
 }
 
-void VellmarkClientAPI::NotifyConnectionObservers() {
-    auto& observers = m_connectionObservers;
+CallbackConnection VellmarkClientAPI::AddDisconnectionObserver(
+    std::function<void()> onDisconnected) {
+    auto live = std::make_shared<std::atomic<bool>>(true);
+    Post([this, observer = ConnectionObserver{std::move(onDisconnected), live}] {
+        m_disconnectionObservers.push_back(observer);
+    });
+    return CallbackConnection([live] { *live = false; });
+}
+
+namespace {
+
+// Forgets the observers whose handles are disconnected; posts a call of each other one.
+template <class Observers, class PostFunction>
+void NotifyLive(Observers& observers, PostFunction const& post) {
+    using Observer = typename Observers::value_type;
     observers.erase(std::remove_if(observers.begin(), observers.end(),
-                                   [](ConnectionObserver const& o) { return !*o.live; }),
+                                   [](Observer const& o) { return !*o.live; }),
                     observers.end());
-    // Posted, so that each runs after the replayed calls, on a connection that is ready.
     for (auto const& observer : observers) {
-        Post([observer] {
-            if (*observer.live && observer.onConnected) observer.onConnected();
+        post([observer] {
+            if (*observer.live && observer.notify) observer.notify();
         });
     }
+}
+
+}  // namespace
+
+void VellmarkClientAPI::NotifyConnectionObservers() {
+    // Posted, so that each runs after the replayed calls, on a connection that is ready.
+    NotifyLive(m_connectionObservers,
+               [this](std::function<void()> call) { Post(std::move(call)); });
+}
+
+void VellmarkClientAPI::NotifyDisconnectionObservers() {
+    NotifyLive(m_disconnectionObservers,
+               [this](std::function<void()> call) { Post(std::move(call)); });
 }

@@ -96,6 +96,12 @@ public:
     // thread. Disconnecting the returned handle ends the registration; a call already on its
     // way to the task is then dropped.
     CallbackConnection AddConnectionObserver(std::function<void()> onConnected);
+    // Not part of VellmarkClientAPIIF either. Calls `onDisconnected` on the client's task
+    // each time a connection ends, once the client has let it go: a request that was on its
+    // way on that connection will not be answered, and what is called from now on waits for
+    // the next connection. May be called from any thread; disconnecting the returned handle
+    // ends the registration, a call on its way included.
+    CallbackConnection AddDisconnectionObserver(std::function<void()> onDisconnected);
 
 private:
     friend class VellmarkClientAPITestPeer;  // unit tests reach the private dumps
@@ -203,8 +209,9 @@ private:
     void PrintDeleteResponse(VellmarkPB::VellmarkDeleteGVA const& result);
     void PrintDeleteResponse(VellmarkPB::VellmarkDeleteSrvcAccount const& result);
 
-    // Connection observers (ConnectionObservers.cpp): posts each live one to the task.
+    // Connection observers (ConnectionObservers.cpp): post each live one to the task.
     void NotifyConnectionObservers();
+    void NotifyDisconnectionObservers();
 
     // Errors (Errors.cpp).
     void CreateErrorMsg(VellmarkPB::Error& error, VellmarkPB::Code code);
@@ -283,13 +290,14 @@ private:
     // Set once, by the first good connection, and never cleared. Atomic so that
     // IsConnected() may read it from any thread without a data race.
     std::atomic<bool> m_connected{false};
-    // Those who asked to hear of each connection, touched on the task only; each one's flag
-    // turns false when its handle is disconnected.
+    // Those who asked to hear of each connection, or of each end of one, touched on the task
+    // only; each one's flag turns false when its handle is disconnected.
     struct ConnectionObserver {
-        std::function<void()> onConnected;
+        std::function<void()> notify;
         std::shared_ptr<std::atomic<bool>> live;
     };
     std::vector<ConnectionObserver> m_connectionObservers;
+    std::vector<ConnectionObserver> m_disconnectionObservers;
     // Closed first thing in the destructor; see Guarded.
     std::shared_ptr<Tarv::LifetimeGuard> m_lifetime = Tarv::LifetimeGuard::Create();
 };

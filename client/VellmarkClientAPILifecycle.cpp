@@ -78,4 +78,5 @@ void VellmarkClientAPI::HandleDisconnect() {
     if (!m_router) return;
     m_router->Stop();
     m_router.reset();
+    NotifyDisconnectionObservers();
 }

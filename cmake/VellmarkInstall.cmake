@@ -18,14 +18,27 @@ endforeach()
 install(FILES tools/completion/vellmarkctl
         DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
 
-# The units name the program where this prefix puts it.
+# The units name the program where the install puts it. They are made while installing,
+# from the prefix of that install: `cmake --install BUILD --prefix P` gives units that
+# start P's vellmarkd (DESTDIR, a staging folder, is not part of the name). Component
+# "systemd" alone installs just them.
 set(VELLMARK_SYSTEMD_UNITDIR lib/systemd/system CACHE PATH
     "where vellmarkd's systemd units are installed (relative: under the install prefix)")
-vellmark_systemd_units(${CMAKE_CURRENT_BINARY_DIR}/systemd
-                       ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/vellmarkd)
-list(TRANSFORM VELLMARK_SYSTEMD_UNITS PREPEND ${CMAKE_CURRENT_BINARY_DIR}/systemd/
-     OUTPUT_VARIABLE units)
-install(FILES ${units} DESTINATION ${VELLMARK_SYSTEMD_UNITDIR})
+set(units_made ${CMAKE_CURRENT_BINARY_DIR}/systemd-installed)
+if(IS_ABSOLUTE "${CMAKE_INSTALL_BINDIR}")
+  set(vellmarkd_at "${CMAKE_INSTALL_BINDIR}/vellmarkd")
+else()
+  set(vellmarkd_at "\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/vellmarkd")
+endif()
+install(CODE "
+  set(VELLMARK_RUNTIME_DIR [[${VELLMARK_RUNTIME_DIR}]])
+  set(VELLMARKD_PATH \"${vellmarkd_at}\")
+  foreach(unit ${VELLMARK_SYSTEMD_UNITS})
+    configure_file(\"${PROJECT_SOURCE_DIR}/service/systemd/\${unit}.in\"
+                   \"${units_made}/\${unit}\" @ONLY)
+  endforeach()" COMPONENT systemd)
+list(TRANSFORM VELLMARK_SYSTEMD_UNITS PREPEND ${units_made}/ OUTPUT_VARIABLE units)
+install(FILES ${units} DESTINATION ${VELLMARK_SYSTEMD_UNITDIR} COMPONENT systemd)
 
 # The public headers of the three libraries, each under include/VellmarkClient/ at the path
 # it has in the tree, so that their includes ("framework/task/...") hold once installed.

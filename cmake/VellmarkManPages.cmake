@@ -1,6 +1,11 @@
-# Manual pages made at build time by help2man from the programs' own --help and --version:
-# vellmarkd(8) and vellmarkctl(1), in ${CMAKE_BINARY_DIR}/man. A cross build runs the
-# programs under CMAKE_CROSSCOMPILING_EMULATOR, or makes no pages when it has none.
+# Manual pages made at build time by help2man from the programs' own help: vellmarkd(8)
+# from `vellmarkd --help`, vellmarkctl(1) from `vellmarkctl --help-all` (every command),
+# each with an include file of what the help does not hold (ENVIRONMENT, FILES, EXAMPLES,
+# SEE ALSO: service/vellmarkd.h2m, tools/vellmarkctl.h2m), in ${CMAKE_BINARY_DIR}/man.
+# The help's "Exit status:" paragraph becomes the EXIT STATUS section. Nothing of the
+# building machine goes in: the programs run without the environment that changes their
+# defaults, and the version is the project's. A cross build runs the programs under
+# CMAKE_CROSSCOMPILING_EMULATOR, or makes no pages when it has none.
 # Sets VELLMARK_MAN_PAGES to the pages made (empty: none).
 set(VELLMARK_MAN_PAGES "")
 find_program(HELP2MAN_EXECUTABLE help2man)
@@ -16,8 +21,8 @@ endif()
 set(man_dir ${CMAKE_BINARY_DIR}/man)
 file(MAKE_DIRECTORY ${man_dir})
 
-# vellmark_man_page(<target> <section> <one-line description>)
-function(vellmark_man_page target section description)
+# vellmark_man_page(<target> <section> <one-line description> <help option> <include file>)
+function(vellmark_man_page target section description help_option include)
   set(program $<TARGET_FILE:${target}>)
   if(CMAKE_CROSSCOMPILING)
     # help2man runs one program: a script of the program's name that starts it under the
@@ -35,14 +40,21 @@ function(vellmark_man_page target section description)
   set(page ${man_dir}/${target}.${section})
   add_custom_command(
     OUTPUT ${page}
-    COMMAND ${HELP2MAN_EXECUTABLE} --no-info --no-discard-stderr --section=${section}
-            --name=${description} --output=${page} ${program}
-    DEPENDS ${target}
+    COMMAND ${CMAKE_COMMAND} -E env --unset=TARV_RUNTIME_DIR --unset=TARV_IPC_MAX_FRAME_BYTES
+            --unset=TARV_LOG_LEVEL --unset=XDG_DATA_HOME
+            ${HELP2MAN_EXECUTABLE} --no-info --no-discard-stderr --section=${section}
+            --name=${description} --version-string=${PROJECT_VERSION}
+            --help-option=${help_option} --include=${include} --output=${page}.made ${program}
+    COMMAND ${CMAKE_COMMAND} -DPAGE=${page}.made -DOUTPUT=${page}
+            -P ${PROJECT_SOURCE_DIR}/cmake/VellmarkManPageSections.cmake
+    DEPENDS ${target} ${include} ${PROJECT_SOURCE_DIR}/cmake/VellmarkManPageSections.cmake
     COMMENT "manual page ${target}(${section})"
     VERBATIM)
   set(VELLMARK_MAN_PAGES ${VELLMARK_MAN_PAGES} ${page} PARENT_SCOPE)
 endfunction()
 
-vellmark_man_page(vellmarkd 8 "the reference Vellmark service")
-vellmark_man_page(vellmarkctl 1 "drive the Vellmark service from the command line")
+vellmark_man_page(vellmarkd 8 "the reference Vellmark service" --help
+                  ${PROJECT_SOURCE_DIR}/service/vellmarkd.h2m)
+vellmark_man_page(vellmarkctl 1 "drive the Vellmark service from the command line" --help-all
+                  ${PROJECT_SOURCE_DIR}/tools/vellmarkctl.h2m)
 add_custom_target(man_pages ALL DEPENDS ${VELLMARK_MAN_PAGES})

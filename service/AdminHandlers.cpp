@@ -4,6 +4,7 @@
 #include "VellmarkMessageId.pb.h"
 #include "admin/Json.h"
 #include "admin/MessageTable.h"
+#include "admin/Sensitivity.h"
 #include "service/VellmarkService.h"
 
 namespace Vellmark::Service {
@@ -24,6 +25,14 @@ Vellmark::Admin::Reply Refused(std::string const& why) {
     reply.set_ok(false);
     reply.set_error(why);
     return reply;
+}
+
+// A document read back from masked output would put the masks in place of the secrets for
+// good: refused, whichever tool sends it.
+std::optional<Vellmark::Admin::Reply> RefusedIfMasked(google::protobuf::Message const& document) {
+    auto const masked = Vellmark::Admin::FindMaskedValue(document);
+    if (!masked) return std::nullopt;
+    return Refused(Vellmark::Admin::DescribeMaskedValue(*masked) + "; nothing was stored");
 }
 
 }  // namespace
@@ -163,6 +172,7 @@ Vellmark::Admin::Reply VellmarkService::Put(Vellmark::Admin::Put const& put) {
         Vellmark::Admin::ServiceAccountList accounts;
         std::string const problem = Vellmark::Json::Parse(put.json(), accounts);
         if (!problem.empty()) return Refused(problem);
+        if (auto refused = RefusedIfMasked(accounts)) return *refused;
         m_catalog.PutAccounts(accounts);
         Log().Log(DPrint::Flow, "service accounts replaced (%d)", accounts.serviceaccounts_size());
         return Ok();
@@ -173,6 +183,7 @@ Vellmark::Admin::Reply VellmarkService::Put(Vellmark::Admin::Put const& put) {
         google::protobuf::MessageFactory::generated_factory()->GetPrototype(resource->type)->New());
     std::string const problem = Vellmark::Json::Parse(put.json(), *value);
     if (!problem.empty()) return Refused(problem);
+    if (auto refused = RefusedIfMasked(*value)) return *refused;
     Changes changed;
     {
         Store::Transaction transaction(m_store);
@@ -216,6 +227,7 @@ Vellmark::Admin::Reply VellmarkService::Seed(Vellmark::Admin::Seed const& seed) 
     Vellmark::Admin::StoreDocument document;
     std::string const problem = Vellmark::Json::Parse(seed.json(), document);
     if (!problem.empty()) return Refused(problem);
+    if (auto refused = RefusedIfMasked(document)) return *refused;
     Changes changed;
     m_catalog.Seed(document, changed);
     Log().Log(DPrint::Flow, "store seeded");

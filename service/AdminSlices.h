@@ -9,13 +9,14 @@
 #include <string>
 
 #include "VellmarkAdmin.pb.h"
+#include "admin/AdminProtocol.h"
 
 namespace Vellmark::Service {
 
 class AdminSlices {
 public:
     // A Request whose slices are joined may be at most this big.
-    static constexpr std::size_t kMaxRequestBytes = std::size_t(256) << 20;
+    static constexpr std::size_t kMaxRequestBytes = Vellmark::Admin::kMaxAdminRequestBytes;
 
     // What a Request received on connection `session` asks for: a whole Request to run, or
     // the Reply to send at once (the acknowledgement of a slice, the next slice of a Reply,

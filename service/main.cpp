@@ -121,16 +121,22 @@ int main(int argc, char** argv) {
         "instead of making its own; those socket files are left in place when it stops.",
         "vellmarkd");
     app.footer(
-        "Exit codes: 0 stopped by SIGINT, SIGTERM, SIGHUP or SIGQUIT, 1 the store or a socket "
-        "cannot be opened (or a socket passed is not a listening Unix stream socket), 2 bad "
-        "arguments or seed file.");
+        "Exit status:\n"
+        "  0  stopped by SIGINT, SIGTERM, SIGHUP or SIGQUIT\n"
+        "  1  the store or a socket cannot be opened (or a socket passed is not a listening\n"
+        "     Unix stream socket)\n"
+        "  2  bad arguments or seed file");
     app.set_version_flag("--version", Vellmark::VersionText("vellmarkd"),
                          "print the versions of the library, the schema and the build");
     std::string db = DefaultStorePath();
     std::string seedFile;
     std::string runtimeDir;
     int logLevel = DPrint::Flow;
-    app.add_option("--db", db, "the store (SQLite), made when missing")->capture_default_str();
+    // The default is told, not shown: it depends on who runs the program.
+    app.add_option("--db", db,
+                   "the store (SQLite), made when missing (default: "
+                   "$XDG_DATA_HOME/vellmarkd/vellmark.db, else "
+                   "~/.local/share/vellmarkd/vellmark.db)");
     app.add_option("--seed", seedFile,
                    "replace the store's content with this JSON document at start (also makes "
                    "a new store where an empty file stands)");

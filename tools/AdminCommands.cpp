@@ -10,6 +10,7 @@
 #include "admin/Json.h"
 #include "tools/AdminConnection.h"
 #include "tools/Commands.h"
+#include "tools/RequestChecks.h"
 
 namespace Vellmark::Ctl {
 namespace {
@@ -27,9 +28,9 @@ std::vector<std::string> AdminResources() {
 }
 
 // Sends one admin request and prints what it returns: as the service wrote it, or, when
-// `shown` is given, as a document of that type printed (and masked) by PrintJson. `request`
-// is filled on the main thread after the command line has been read; bad input throws
-// BadInput before sending.
+// `shown` is given, as a document of that type printed (and masked) by PrintJson, in the
+// shape every command prints. `request` is filled on the main thread after the command
+// line has been read; bad input throws BadInput before sending.
 int AdminCall(Settings const& settings, Vellmark::Admin::Request request,
               std::unique_ptr<google::protobuf::Message> shown = nullptr) {
     request.set_pretty(settings.pretty && !shown);
@@ -68,11 +69,12 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
     put->add_option("resource", putArgs->first, "what to replace")
         ->required()
         ->check(CLI::IsMember(resources));
-    put->add_option("file", putArgs->second, "its new content")->required();
+    put->add_option("file", putArgs->second, "its new content")->type_name(kFileType)->required();
     put->callback([&settings, &run, putArgs] {
         run = [&settings, putArgs] {
             auto message = MessageOf(putArgs->first);
-            LoadJson(putArgs->second, *message);
+            auto const document = LoadDocument(putArgs->second, *message, AdminDocumentBytes());
+            CheckAdminDocument(*message, document);
             Vellmark::Admin::Request request;
             request.mutable_put()->set_resource(putArgs->first);
             request.mutable_put()->set_json(Vellmark::Json::Print(*message, false));
@@ -94,24 +96,31 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
         };
     });
 
-    // Commands without arguments: each sets one flag of the request.
+    // Commands without arguments: each sets one flag of the request; the reply is printed
+    // as a document of `Shown` (none: as the service wrote it).
     auto const addFlagCommand = [&](char const* name, char const* help,
-                                    void (Vellmark::Admin::Request::*set)(bool)) {
-        admin->add_subcommand(name, help)->callback([&settings, &run, set] {
-            run = [&settings, set] {
+                                    void (Vellmark::Admin::Request::*set)(bool),
+                                    google::protobuf::Message const* shown) {
+        admin->add_subcommand(name, help)->callback([&settings, &run, set, shown] {
+            run = [&settings, set, shown] {
                 Vellmark::Admin::Request request;
                 (request.*set)(true);
-                return AdminCall(settings, request);
+                return AdminCall(
+                    settings, request,
+                    std::unique_ptr<google::protobuf::Message>(shown ? shown->New() : nullptr));
             };
         });
     };
-    addFlagCommand("clients", "list the connected clients",
-                   &Vellmark::Admin::Request::set_listclients);
+    addFlagCommand("clients",
+                   "list the connected clients: session, pid, uid, connectedAt, requests",
+                   &Vellmark::Admin::Request::set_listclients,
+                   &Vellmark::Admin::ClientList::default_instance());
     addFlagCommand("acks",
                    "the update acknowledgements received, counted per identifier, and the latest",
-                   &Vellmark::Admin::Request::set_listacknowledgements);
+                   &Vellmark::Admin::Request::set_listacknowledgements,
+                   &Vellmark::Admin::AcknowledgementReport::default_instance());
     addFlagCommand("drop-connections", "close every client connection (clients reconnect)",
-                   &Vellmark::Admin::Request::set_dropconnections);
+                   &Vellmark::Admin::Request::set_dropconnections, nullptr);
 
     auto* exportStore = admin->add_subcommand(
         "export",
@@ -126,8 +135,10 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
         run = [&settings, redact] {
             Vellmark::Admin::Request request;
             request.set_exportstore(true);
-            if (!*redact) return AdminCall(settings, request);
-            return AdminCall(settings, request, std::make_unique<Vellmark::Admin::StoreDocument>());
+            // A faithful backup unless --redact: secrets in clear either way it is printed.
+            Settings shown = settings;
+            shown.showSecrets = !*redact;
+            return AdminCall(shown, request, std::make_unique<Vellmark::Admin::StoreDocument>());
         };
     });
 
@@ -187,13 +198,16 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
     auto* seed = admin->add_subcommand(
         "seed", "replace the whole store with a JSON document (as export prints it)");
     auto seedFile = std::make_shared<std::string>();
-    seed->add_option("file", *seedFile, "the document (- for stdin)")->required();
+    seed->add_option("file", *seedFile, "the document (- for stdin)")
+        ->type_name(kFileType)
+        ->required();
     seed->callback([&settings, &run, seedFile] {
         run = [&settings, seedFile] {
-            Vellmark::Admin::StoreDocument document;
-            LoadJson(*seedFile, document);
+            Vellmark::Admin::StoreDocument store;
+            auto const document = LoadDocument(*seedFile, store, AdminDocumentBytes());
+            CheckAdminDocument(store, document);
             Vellmark::Admin::Request request;
-            request.mutable_seed()->set_json(Vellmark::Json::Print(document, false));
+            request.mutable_seed()->set_json(Vellmark::Json::Print(store, false));
             return AdminCall(settings, request);
         };
     });
@@ -228,7 +242,7 @@ void AddAdminCommands(CLI::App& app, Settings& settings, Run& run) {
             request.mutable_push()->set_resource(pushArgs->resource);
             request.mutable_push()->set_count(pushArgs->count);
             request.mutable_push()->set_window(pushArgs->window);
-            return AdminCall(settings, request);
+            return AdminCall(settings, request, std::make_unique<Vellmark::Admin::PushReport>());
         };
     });
 

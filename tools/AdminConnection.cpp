@@ -6,13 +6,15 @@
 #include "admin/AdminProtocol.h"
 #include "platform/ipc/IPCDirectory.h"
 #include "tools/ServiceProbe.h"
+#include "tools/ServiceWait.h"
 
 namespace Vellmark::Ctl {
 
 int WithAdmin(Settings const& settings, std::function<int(Admin::AdminClient&)> const& use) {
     using Admin::AdminError;
-    ServiceProbe probe(IPCDirectory::Get().Lookup(Admin::kAdminEndpoint)->Path(),
-                       "--admin-allow-user");
+    std::string const path = IPCDirectory::Get().Lookup(Admin::kAdminEndpoint)->Path();
+    if (auto const code = AwaitService(path, settings)) return *code;
+    ServiceProbe probe(path, "--admin-allow-user");
     if (probe.Found()) return Report(*probe.Found());
     try {
         auto admin = std::make_shared<Admin::AdminClient>(settings.Timeout());

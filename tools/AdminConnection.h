@@ -1,7 +1,8 @@
 #pragma once
-// WithAdmin: one connection to vellmarkd's admin endpoint for a command, with the
-// service probe's diagnosis: no service, a socket this user may not open, and a refusal by
-// the service's credential check each end at once with their own message and exit code.
+// WithAdmin: one connection to vellmarkd's admin endpoint for a command, after --wait's
+// wait for the service when asked, with the service probe's diagnosis: no service, a
+// socket this user may not open, and a refusal by the service's credential check each end
+// at once with their own message and exit code.
 #include <functional>
 
 #include "admin/AdminClient.h"

@@ -14,7 +14,9 @@
 #include "platform/task/BreakThread.h"
 #include "platform/task/Task.h"
 #include "tools/Commands.h"
+#include "tools/RequestChecks.h"
 #include "tools/ServiceProbe.h"
+#include "tools/ServiceWait.h"
 
 namespace Vellmark::Ctl {
 namespace {
@@ -64,15 +66,24 @@ std::vector<std::string> Names(std::map<std::string, Starter> const& table) {
     return names;
 }
 
+// How long a command whose connection ended waits for the probe to say whether the
+// service's credential check ended it (only when that check may refuse this user).
+constexpr std::chrono::milliseconds kVerdictBound(1000);
+
+std::string ServicePath() {
+    return IPCDirectory::Get().Lookup(Vellmark::Admin::kServiceEndpoint)->Path();
+}
+
 // Runs one client command: `start` makes the calls, its callbacks finish `outcome`.
-// When nothing finished it within `bound`, `onTimeout` gives the exit code.
-int WithClient(std::chrono::milliseconds bound,
+// When nothing finished it within --timeout, `onTimeout` gives the exit code.
+int WithClient(Settings const& settings,
                std::function<void(VellmarkClientAPI&, IL::Task&, Outcome&)> const& start,
                std::function<int()> const& onTimeout) {
-    // What stops the library from reaching the service is told at once, not after `bound`.
+    if (auto const code = AwaitService(ServicePath(), settings)) return *code;
+    // What stops the library from reaching the service is told at once, not after the
+    // timeout.
     Outcome outcome;
-    ServiceProbe probe(IPCDirectory::Get().Lookup(Vellmark::Admin::kServiceEndpoint)->Path(),
-                       "--allow-user and --allow-group");
+    ServiceProbe probe(ServicePath(), "--allow-user and --allow-group");
     if (probe.Found()) return Report(*probe.Found());
     probe.Watch([&outcome] { outcome.Finish(kRefusedByService); });
     IL::Task task("vellmarkctl");
@@ -80,17 +91,21 @@ int WithClient(std::chrono::milliseconds bound,
     {
         VellmarkClientAPI client(&task);
         start(client, task, outcome);
-        code = outcome.Wait(bound);
+        code = outcome.Wait(settings.Timeout());
     }
     task.Stop();
     if (code == kRefusedByService) return Report(*probe.Verdict());
+    // A connection the service's credential check closed ends a request as any drop does;
+    // the probe tells which it was, soon after.
+    if (code == kNoAnswer) {
+        if (auto const refused = probe.AwaitVerdict(kVerdictBound)) return Report(*refused);
+    }
     return code >= 0 ? code : onTimeout();
 }
 
 int NoAnswer(Settings const& settings) {
     std::cerr << "vellmarkctl: no answer from the Vellmark service within "
-              << settings.timeoutSeconds << " s (socket "
-              << IPCDirectory::Get().Lookup(Vellmark::Admin::kServiceEndpoint)->Path()
+              << settings.timeoutSeconds << " s (socket " << ServicePath()
               << "; is vellmarkd running?)\n";
     return kNoAnswer;
 }
@@ -107,20 +122,67 @@ Callback<T> Done(Outcome& outcome, Settings const& settings) {
 // Prints a refusal on standard error and ends the command.
 Callback<VellmarkPB::Error> Refused(Outcome& outcome) {
     return [&outcome](VellmarkPB::Error const& error) {
-        VellmarkPB::Error shown = error;
-        Vellmark::Admin::Mask(shown);
-        std::cerr << "vellmarkctl: refused: " << shown.message() << "\n"
-                  << Vellmark::Json::Print(shown, false) << std::endl;
+        PrintRefusal(error);
         outcome.Finish(kRefused);
     };
 }
 
-// Runs a command whose one answer (or refusal) ends it.
-int Ask(Settings const& settings, std::function<void(VellmarkClientAPI&, Outcome&)> const& start) {
-    return WithClient(
-        settings.Timeout(),
-        [&](VellmarkClientAPI& client, IL::Task&, Outcome& outcome) { start(client, outcome); },
+// The request of a command whose one answer (or refusal) ends it.
+struct Request {
+    // Makes the call; its callbacks finish the outcome. Runs again for a query asked again.
+    std::function<void(VellmarkClientAPI&, Outcome&)> send;
+    // Only asks: when the connection it went out on ends (the library answers no request
+    // that was in flight then), it is asked once more on the next connection. A request
+    // that changes the store is not sent twice: the command ends, saying that whether the
+    // service carried it out is not known.
+    bool query = false;
+};
+
+// Runs a command whose one answer (or refusal) ends it; a connection that ends with it
+// unanswered ends it at once (exit 3) or, for a query, asks again on the next one.
+int Ask(Settings const& settings, Request const& request) {
+    CallbackConnection ends;
+    CallbackConnection connections;
+    int const code = WithClient(
+        settings,
+        [&](VellmarkClientAPI& client, IL::Task&, Outcome& outcome) {
+            // Touched on the client's task only. The observers are in place before the
+            // request is on its way: both are posted to the task ahead of it.
+            struct Retry {
+                bool pending = false;
+                bool done = false;
+            };
+            auto retry = std::make_shared<Retry>();
+            ends = client.AddDisconnectionObserver([&outcome, &request, retry] {
+                std::string const path = ServicePath();
+                if (request.query && !retry->done && AcceptsConnections(path)) {
+                    retry->pending = true;
+                    std::cerr << "vellmarkctl: the connection to vellmarkd at " << path
+                              << " ended before the answer; asking again once it is back"
+                              << std::endl;
+                    return;
+                }
+                std::cerr << "vellmarkctl: the connection to vellmarkd at " << path
+                          << " ended before the answer"
+                          << (request.query ? retry->done ? ", again" : ", and vellmarkd is gone"
+                                            : "; whether the service carried out the request "
+                                              "is not known (a request in flight when a "
+                                              "connection ends is never answered)")
+                          << std::endl;
+                outcome.Finish(kNoAnswer);
+            });
+            connections = client.AddConnectionObserver([&client, &outcome, &request, retry] {
+                if (!retry->pending) return;
+                retry->pending = false;
+                retry->done = true;
+                request.send(client, outcome);
+            });
+            request.send(client, outcome);
+        },
         [&] { return NoAnswer(settings); });
+    ends.Disconnect();
+    connections.Disconnect();
+    return code;
 }
 
 struct SubscribeOptions {
@@ -133,7 +195,7 @@ int Subscribe(Settings const& settings, SubscribeOptions const& options) {
     Starter const& subscribe = Subscriptions().at(options.resource);
     CallbackConnection observing;
     int const code = WithClient(
-        settings.Timeout(),
+        settings,
         [&](VellmarkClientAPI& client, IL::Task& task, Outcome& outcome) {
             Printer printer = [&outcome, received, options,
                                &settings](google::protobuf::Message const& update) {
@@ -180,12 +242,17 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
         ->check(CLI::IsMember(Names(Queries())));
     get->callback([&settings, &run, resource] {
         run = [&settings, resource] {
-            return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+            Request request;
+            request.query = true;
+            request.send = [&settings, resource](VellmarkClientAPI& client, Outcome& outcome) {
                 Queries().at (*resource)(client, [&outcome, &settings](auto const& reply) {
+                    // Asked twice, it may be answered twice: the first answer is the one.
+                    if (outcome.Finished()) return;
                     PrintJson(reply, settings);
                     outcome.Finish(kOk);
                 });
-            });
+            };
+            return Ask(settings, request);
         };
     });
 
@@ -209,15 +276,17 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
                                      "prints the stored list");
     AddShowSecrets(*store, settings);
     auto file = std::make_shared<std::string>();
-    store->add_option("file", *file, "the presets")->required();
+    store->add_option("file", *file, "the presets")->type_name(kFileType)->required();
     store->callback([&settings, &run, file] {
         run = [&settings, file] {
             VellmarkPB::VellmarkPresets presets;
-            LoadJson(*file, presets);
-            CheckFits(VellmarkPB::VELLMARK_MESSAGE_STORE_PRESETS, presets);
-            return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+            auto const document = LoadDocument(*file, presets, RequestDocumentBytes());
+            CheckRequest(VellmarkPB::VELLMARK_MESSAGE_STORE_PRESETS, presets, &document);
+            Request request;
+            request.send = [&](VellmarkClientAPI& client, Outcome& outcome) {
                 client.StorePresets(presets, Done<VellmarkPB::VellmarkPresets>(outcome, settings));
-            });
+            };
+            return Ask(settings, request);
         };
     });
 
@@ -230,22 +299,24 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
                 " a service account from a serviceAccounts JSON file (- for stdin)");
         AddShowSecrets(*command, settings);
         auto path = std::make_shared<std::string>();
-        command->add_option("file", *path, "the account")->required();
+        command->add_option("file", *path, "the account")->type_name(kFileType)->required();
         command->callback([&settings, &run, path, create] {
             run = [&settings, path, create] {
                 VellmarkPB::serviceAccounts data;
-                LoadJson(*path, data);
-                CheckFits(create ? VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT
-                                 : VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT,
-                          data);
-                return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+                auto const document = LoadDocument(*path, data, RequestDocumentBytes());
+                CheckRequest(create ? VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT
+                                    : VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT,
+                             data, &document);
+                Request request;
+                request.send = [&](VellmarkClientAPI& client, Outcome& outcome) {
                     auto done = Done<VellmarkPB::serviceAccounts>(outcome, settings);
                     if (create) {
                         client.CreateServiceAccount(data, done, Refused(outcome));
                     } else {
                         client.UpdateServiceAccount(data, done, Refused(outcome));
                     }
-                });
+                };
+                return Ask(settings, request);
             };
         });
     }
@@ -257,12 +328,14 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
         run = [&settings, accountId] {
             VellmarkPB::VellmarkDeleteSrvcAccount request;
             request.set_accountid(*accountId);
-            CheckFits(VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT, request);
-            return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+            CheckRequest(VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT, request, nullptr);
+            Request deletion;
+            deletion.send = [&](VellmarkClientAPI& client, Outcome& outcome) {
                 client.DeleteServiceAccount(
                     *accountId, Done<VellmarkPB::VellmarkDeleteSrvcAccount>(outcome, settings),
                     Refused(outcome));
-            });
+            };
+            return Ask(settings, deletion);
         };
     });
 
@@ -284,12 +357,14 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
             request.set_provider("GVA");
             request.set_disabled(false);
             request.mutable_attributes()->set_assistantdeviceid((*gvaArgs)[2]);
-            CheckFits(VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE, request);
-            return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+            CheckRequest(VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE, request, nullptr);
+            Request creation;
+            creation.send = [&](VellmarkClientAPI& client, Outcome& outcome) {
                 client.CreateGVAAccount((*gvaArgs)[0], (*gvaArgs)[1], (*gvaArgs)[2],
                                         Done<VellmarkPB::serviceAccounts>(outcome, settings),
                                         Refused(outcome));
-            });
+            };
+            return Ask(settings, creation);
         };
     });
     auto* gvaDelete = gva->add_subcommand("delete", "delete a GVA account");
@@ -300,12 +375,14 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
         run = [&settings, gvaId] {
             VellmarkPB::VellmarkDeleteGVA request;
             request.set_accountid(*gvaId);
-            CheckFits(VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE, request);
-            return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+            CheckRequest(VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE, request, nullptr);
+            Request deletion;
+            deletion.send = [&](VellmarkClientAPI& client, Outcome& outcome) {
                 client.DeleteGVAAccount(*gvaId,
                                         Done<VellmarkPB::VellmarkDeleteGVA>(outcome, settings),
                                         Refused(outcome));
-            });
+            };
+            return Ask(settings, deletion);
         };
     });
     auto* gvaUpdate =
@@ -317,12 +394,14 @@ void AddClientCommands(CLI::App& app, Settings& settings, Run& run) {
         run = [&settings, deviceId] {
             VellmarkPB::serviceAccounts request;
             request.mutable_attributes()->set_assistantdeviceid(*deviceId);
-            CheckFits(VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID, request);
-            return Ask(settings, [&](VellmarkClientAPI& client, Outcome& outcome) {
+            CheckRequest(VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID, request, nullptr);
+            Request update;
+            update.send = [&](VellmarkClientAPI& client, Outcome& outcome) {
                 client.UpdateGVAAssistantDeviceId(
                     *deviceId, Done<VellmarkPB::serviceAccounts>(outcome, settings),
                     Refused(outcome));
-            });
+            };
+            return Ask(settings, update);
         };
     });
 }

@@ -7,6 +7,7 @@
 #include "admin/Json.h"
 #include "admin/Sensitivity.h"
 #include "platform/ipc/IPCFrameLimit.h"
+#include "tools/JsonOutput.h"
 
 namespace Vellmark::Ctl {
 
@@ -17,8 +18,7 @@ void PrintJson(google::protobuf::Message const& message, Settings const& setting
         masked->CopyFrom(message);
         Vellmark::Admin::Mask(*masked);
     }
-    std::string json = Vellmark::Json::Print(masked ? *masked : message, settings.pretty);
-    PrintText(json.empty() ? "{}" : json);
+    PrintText(JsonOf(masked ? *masked : message, settings.pretty));
 }
 
 void PrintJson(std::string const& json, google::protobuf::Message& message,
@@ -31,21 +31,17 @@ void PrintJson(std::string const& json, google::protobuf::Message& message,
     PrintJson(message, settings);
 }
 
+void PrintRefusal(VellmarkPB::Error const& error) {
+    VellmarkPB::Error shown = error;
+    Vellmark::Admin::Mask(shown);
+    std::cerr << "vellmarkctl: refused: " << shown.message() << "\n"
+              << Vellmark::Json::Print(shown, false) << std::endl;
+}
+
 void PrintText(std::string const& text) {
     std::cout << text;
     if (text.empty() || text.back() != '\n') std::cout << '\n';
     std::cout.flush();
-}
-
-void LoadJson(std::string const& path, google::protobuf::Message& message) {
-    std::string text;
-    std::string problem = Vellmark::Json::ReadFile(path, text);
-    if (!problem.empty()) throw BadInput(path + ": cannot read: " + problem);
-    problem = Vellmark::Json::Parse(text, message);
-    if (!problem.empty()) {
-        throw BadInput(path + ": not a " + message.GetDescriptor()->name() +
-                       " document: " + problem);
-    }
 }
 
 unsigned int ParseMessageId(std::string const& text) {

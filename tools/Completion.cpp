@@ -1,8 +1,12 @@
 // What bash completion offers, read from the command line's own definition, so that the
 // completion script keeps no list of its own.
 #include <algorithm>
+#include <set>
 
+#include "VellmarkAdmin.pb.h"
 #include "VellmarkMessageId.pb.h"
+#include "admin/AdminProtocol.h"
+#include "admin/MessageTable.h"
 #include "tools/Commands.h"
 
 namespace Vellmark::Ctl {
@@ -27,15 +31,39 @@ CLI::App* SubcommandNamed(CLI::App& app, std::string const& word) {
     return found.empty() ? nullptr : found.front();
 }
 
-// The values `option` takes, when it names them: the members of its set, or the
-// MessageId names.
+std::vector<std::string> MessageIdNames() {
+    std::vector<std::string> names;
+    auto const* ids = VellmarkPB::MessageId_descriptor();
+    for (int i = 0; i < ids->value_count(); ++i) names.push_back(ids->value(i)->name());
+    return names;
+}
+
+// What describe takes: identifiers, resources and the message types of both protocols.
+std::vector<std::string> DescribedNames() {
+    std::vector<std::string> names = MessageIdNames();
+    std::set<std::string> types{Vellmark::Admin::StoreDocument::descriptor()->name(),
+                                Vellmark::Admin::ServiceAccountList::descriptor()->name()};
+    for (auto const& resource : Vellmark::Admin::Resources()) {
+        names.push_back(resource.name);
+        types.insert(resource.type->name());
+    }
+    for (auto const& row : Vellmark::Admin::MessageTable()) {
+        if (row.request) types.insert(row.request->name());
+        if (row.reply) types.insert(row.reply->name());
+    }
+    names.insert(names.end(), types.begin(), types.end());
+    return names;
+}
+
+// The values `option` takes, when it names them: the members of its set, the MessageId
+// names, what describe takes, or the directive to offer files or folders.
 std::vector<std::string> ValuesOf(CLI::Option& option) {
     std::vector<std::string> values;
-    if (option.get_type_name() == kMessageIdType) {
-        auto const* ids = VellmarkPB::MessageId_descriptor();
-        for (int i = 0; i < ids->value_count(); ++i) values.push_back(ids->value(i)->name());
-        return values;
-    }
+    std::string const type = option.get_type_name();
+    if (type == kMessageIdType) return MessageIdNames();
+    if (type == kDescribedType) return DescribedNames();
+    if (type == kFileType) return {kCompleteFiles};
+    if (type == kFolderType) return {kCompleteFolders};
     for (int i = 0;; ++i) {
         CLI::Validator* validator = nullptr;
         try {
@@ -88,16 +116,20 @@ std::vector<std::string> Completions(CLI::App& app, std::vector<std::string> con
     if (pending) return ValuesOf(*pending);
 
     std::vector<std::string> offered;
-    for (CLI::App* sub : at->get_subcommands([](CLI::App*) { return true; })) {
-        if (!sub->get_group().empty()) offered.push_back(sub->get_name());
-    }
     std::vector<CLI::Option*> positional;
     for (CLI::Option* option : at->get_options()) {
         if (option->get_positional()) positional.push_back(option);
     }
-    if (positionals < positional.size()) {
-        for (auto const& value : ValuesOf(*positional[positionals])) offered.push_back(value);
+    std::vector<std::string> values;
+    if (positionals < positional.size()) values = ValuesOf(*positional[positionals]);
+    // A path's directive leads: the script reads it from the first line.
+    bool const path =
+        values.size() == 1 && (values[0] == kCompleteFiles || values[0] == kCompleteFolders);
+    if (path) offered.push_back(values[0]);
+    for (CLI::App* sub : at->get_subcommands([](CLI::App*) { return true; })) {
+        if (!sub->get_group().empty()) offered.push_back(sub->get_name());
     }
+    if (!path) offered.insert(offered.end(), values.begin(), values.end());
     for (CLI::App* level = at; level; level = level->get_parent()) {
         for (CLI::Option* option : level->get_options()) {
             if (option->get_positional()) continue;

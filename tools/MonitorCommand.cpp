@@ -18,6 +18,8 @@ struct MonitorArgs {
     int count = 0;
     bool json = false;
     std::string pcap;
+    std::vector<std::string> ids;
+    std::vector<std::uint64_t> connections;
 };
 
 // Shows one event as asked: into the capture first, so that a line shown is a packet
@@ -63,11 +65,15 @@ int Monitor(Settings const& settings, MonitorArgs const& args) {
             throw BadInput(std::string("--pcap: ") + error.what());
         }
     }
+    MonitorFilter filter;
+    for (auto const& id : args.ids) filter.ids.push_back(ParseMessageId(id));
+    filter.connections = args.connections;
     return WithAdmin(settings, [&](Admin::AdminClient& admin) -> int {
         Outcome outcome;
         auto seen = std::make_shared<std::atomic<int>>(0);
         admin.Monitor(
-            [&outcome, seen, &args, &capture](Vellmark::Admin::TrafficEvent const& event) {
+            [&outcome, seen, &args, &capture, &filter](Vellmark::Admin::TrafficEvent const& event) {
+                if (!filter.Shows(event)) return;
                 int const shown = ++*seen;
                 // Frames that arrive while the command ends are not shown: --count N shows N.
                 if (args.count > 0 && shown > args.count) return;
@@ -97,9 +103,19 @@ void AddMonitorCommand(CLI::App& app, Settings& settings, Run& run) {
         "monitor",
         "print every frame vellmarkd receives (<-) or sends (->) on the Vellmark endpoint: "
         "time, connection, kind, identifier, payload type and payload (tokens, identifiers and "
-        "user names always masked)");
+        "user names always masked); --id and --connection choose which");
     auto args = std::make_shared<MonitorArgs>();
-    monitor->add_option("--count", args->count, "stop after this many frames");
+    monitor->add_option("--count", args->count, "stop after this many frames (of those shown)");
+    monitor
+        ->add_option("--id", args->ids,
+                     "show only frames under this message identifier (a number or a name; "
+                     "repeatable)")
+        ->type_name(kMessageIdType);
+    monitor
+        ->add_option("--connection", args->connections,
+                     "show only frames of this connection: its session number, as `admin "
+                     "clients` and the frames show it (repeatable)")
+        ->type_name("SESSION");
     monitor->add_flag("--json", args->json,
                       "one JSON object per frame and line (JSON Lines): time (RFC 3339, UTC), "
                       "direction, session, kind, messageId, messageName, requestNumber, "
@@ -109,7 +125,7 @@ void AddMonitorCommand(CLI::App& app, Settings& settings, Run& run) {
                      "also write the frames, masked, to a pcapng capture FILE (made 0600; - "
                      "for standard output, which then carries nothing else); open it in "
                      "Wireshark with share/VellmarkClient/wireshark/vellmark.lua")
-        ->type_name("FILE");
+        ->type_name(kFileType);
     monitor->callback(
         [&settings, &run, args] { run = [&settings, args] { return Monitor(settings, *args); }; });
 }

@@ -1,5 +1,6 @@
 #include "tools/MonitorFormat.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -94,6 +95,13 @@ std::optional<std::string> MaskedPayload(Vellmark::Admin::TrafficEvent const& ev
 }
 
 }  // namespace
+
+bool MonitorFilter::Shows(Vellmark::Admin::TrafficEvent const& event) const {
+    auto const among = [](auto const& values, auto value) {
+        return values.empty() || std::find(values.begin(), values.end(), value) != values.end();
+    };
+    return among(ids, event.messageid()) && among(connections, event.session());
+}
 
 std::string Rfc3339(std::int64_t micros) {
     std::int64_t seconds = micros / 1000000;

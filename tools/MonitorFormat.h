@@ -4,10 +4,19 @@
 // capture file. Pure functions: any thread may call them.
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "VellmarkAdmin.pb.h"
 
 namespace Vellmark::Ctl {
+
+// Which frames monitor shows: those under one of `ids` (none given: any) on one of
+// `connections` (the session numbers `admin clients` lists; none given: any).
+struct MonitorFilter {
+    std::vector<unsigned int> ids;
+    std::vector<std::uint64_t> connections;
+    bool Shows(Vellmark::Admin::TrafficEvent const& event) const;
+};
 
 // `micros` after 1970-01-01 UTC in RFC 3339: "2026-11-24T10:15:30.123456Z".
 std::string Rfc3339(std::int64_t micros);

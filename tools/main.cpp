@@ -10,11 +10,14 @@
 #include "platform/ipc/IPCFrameLimit.h"
 #include "platform/ipc/IPCLog.h"
 #include "tools/Commands.h"
+#include "tools/HelpFormatter.h"
 
 int main(int argc, char** argv) {
     Vellmark::Json::QuietenKnownWarnings();
     CLI::App app("vellmarkctl: drive the Vellmark service. Results are JSON on standard output.",
                  "vellmarkctl");
+    // Before any command is added: each takes its parent's formatter.
+    app.formatter(std::make_shared<Vellmark::Ctl::HelpFormatter>());
     app.footer(Vellmark::Ctl::kExitCodesHelp);
     app.set_version_flag("--version", Vellmark::VersionText("vellmarkctl"),
                          "print the versions of the library, the schema and the build");
@@ -29,7 +32,15 @@ int main(int argc, char** argv) {
                    "show the library's own log lines up to this level (0-4) on standard error")
         ->check(CLI::Range(0, 4));
     app.add_option("--runtime-dir", runtimeDir,
-                   "folder of the sockets (default: $TARV_RUNTIME_DIR, else /run/tarv)");
+                   "folder of the sockets (default: $TARV_RUNTIME_DIR, else /run/tarv)")
+        ->type_name(Vellmark::Ctl::kFolderType);
+    double waitSeconds = -1;
+    app.add_option("--wait", waitSeconds,
+                   "first wait up to SECONDS (0: no limit) for vellmarkd to take connections "
+                   "at the command's socket, watching the runtime folder; then run the "
+                   "command (exit 3 when it did not come up)")
+        ->type_name("SECONDS")
+        ->check(CLI::NonNegativeNumber);
     app.add_flag("--pretty", settings.pretty, "indent the JSON output");
     std::size_t maxFrameBytes = IPCFrameLimit::MaxFrameBytes();
     app.add_option("--max-frame-bytes", maxFrameBytes,
@@ -45,6 +56,9 @@ int main(int argc, char** argv) {
     Vellmark::Ctl::AddClientCommands(app, settings, run);
     Vellmark::Ctl::AddAdminCommands(app, settings, run);
     Vellmark::Ctl::AddInfoCommands(app, settings, run);
+    Vellmark::Ctl::AddCallCommand(app, settings, run);
+    // Every command's help at once, for a reader and for the manual page.
+    app.set_help_all_flag("--help-all", "print the help of every command and exit");
 
     // The bash completion script asks what may follow the words typed so far.
     if (argc >= 2 && std::string(argv[1]) == "__complete") {
@@ -68,6 +82,7 @@ int main(int argc, char** argv) {
         return Vellmark::Ctl::kBadInput;
     }
     if (!runtimeDir.empty()) IPCDirectory::Get().SetRuntimeFolder(runtimeDir);
+    if (waitSeconds >= 0) settings.waitSeconds = waitSeconds;
     IPCFrameLimit::SetMaxFrameBytes(maxFrameBytes);
     if (logLevel >= 0) {
         VellmarkClientLog().SetThreshold(static_cast<DPrint::Level>(logLevel));

@@ -207,6 +207,10 @@ public:
             ::unlink(m_path.c_str());
             throw PathError(error.value(), "cannot listen on", m_path);
         }
+        // listen() itself changes nothing a watcher of the folder sees; setting the mode
+        // again does (inotify's IN_ATTRIB), so that one waiting for the service
+        // (vellmarkctl --wait) learns that the socket now takes connections.
+        (void)::chmod(m_path.c_str(), 0660);
     }
 
     // Serves `fd`, a socket someone else made and bound; its file stays theirs.

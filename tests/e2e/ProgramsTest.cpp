@@ -106,7 +106,9 @@ TEST_F(Programs, EveryCommandHasHelpAndBadArgumentsExitWithTwo) {
                                              {"gva", "create"},
                                              {"admin"},
                                              {"admin", "fail-next"},
-                                             {"monitor"}}) {
+                                             {"monitor"},
+                                             {"call"},
+                                             {"describe"}}) {
         command.push_back("--help");
         auto ctl = Ctl(command);
         EXPECT_EQ(ctl->ExitCode(), 0);

@@ -1,5 +1,6 @@
-// The connection observer: an application hears of every new connection on the client's
-// task, once the connection is ready, and nothing the client otherwise does changes.
+// The connection observers: an application hears of every new connection on the client's
+// task, once the connection is ready, and of every end of one, and nothing the client
+// otherwise does changes.
 #include "tests/unit/client/ClientTestSupport.h"
 
 using namespace Vellmark::ClientTests;
@@ -106,6 +107,73 @@ TEST_F(ConnectionObserver, NothingIsHeardOnceTheClientIsGone) {
     client.reset();
     task.RunUntilIdle();
     EXPECT_EQ(heard, 0);
+}
+
+class DisconnectionObserver : public ClientTest {
+protected:
+    int ended = 0;
+    CallbackConnection Observe() {
+        return client->AddDisconnectionObserver([this] { ++ended; });
+    }
+};
+
+TEST_F(DisconnectionObserver, HearsOfEachEndOfAConnectionOnTheTask) {
+    Observe();
+    auto router = Connect();
+    EXPECT_EQ(ended, 0);
+    router->FireDisconnect();
+    EXPECT_EQ(ended, 0) << "only the task runs it";
+    task.RunUntilIdle();
+    EXPECT_EQ(ended, 1);
+    Connect()->FireDisconnect();
+    task.RunUntilIdle();
+    EXPECT_EQ(ended, 2);
+}
+
+TEST_F(DisconnectionObserver, AQueryInFlightWhenItIsHeardIsNeverAnswered) {
+    int answered = 0;
+    client->AddDisconnectionObserver([&] {
+        EXPECT_EQ(answered, 0);
+        ++ended;
+    });
+    auto router = Connect();
+    client->GetSources(Counting<VellmarkPB::sources>(answered));
+    task.RunUntilIdle();
+    ASSERT_EQ(router->Sends().size(), 1u);
+    router->FireDisconnect();
+    task.RunUntilIdle();
+    EXPECT_EQ(ended, 1);
+    // The next connection does not send it again: the caller hears of the end instead.
+    auto next = Connect();
+    EXPECT_TRUE(next->Sends().empty());
+    EXPECT_EQ(answered, 0);
+}
+
+TEST_F(DisconnectionObserver, DisconnectingTheHandleEndsItEvenForACallOnItsWay) {
+    auto handle = Observe();
+    auto router = Connect();
+    router->FireDisconnect();
+    task.RunOne();  // HandleDisconnect: the observer's call is posted
+    handle.Disconnect();
+    task.RunUntilIdle();
+    EXPECT_EQ(ended, 0);
+    Connect()->FireDisconnect();
+    task.RunUntilIdle();
+    EXPECT_EQ(ended, 0);
+}
+
+TEST_F(DisconnectionObserver, ChangesNoLogLineOfTheClient) {
+    Connect()->FireDisconnect();
+    task.RunUntilIdle();
+    auto const without = Texts();
+    log.Clear();
+    client.reset();
+    client = std::make_unique<VellmarkClientAPI>(&task);
+    Observe();
+    Connect()->FireDisconnect();
+    task.RunUntilIdle();
+    EXPECT_EQ(Texts(), without);
+    EXPECT_EQ(ended, 1);
 }
 
 }  // namespace

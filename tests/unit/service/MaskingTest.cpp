@@ -188,4 +188,67 @@ TEST(MaskingTest, SecretValuesAreWhatMaskingHides) {
     for (auto const& secret : secrets) EXPECT_EQ(json.find(secret), std::string::npos) << secret;
 }
 
+// Masked values are told from clear ones: every length of identifier and token, masked,
+// looks masked, and no clear value of the sample data does.
+TEST(MaskedValueTest, WhatMaskingMakesLooksMaskedAtEveryLength) {
+    using Vellmark::Admin::LooksMasked;
+    using Vellmark::Admin::Sensitivity;
+    for (std::size_t size = 1; size <= 400; ++size) {
+        std::string const clear = Token(size, 'a');
+        for (auto const sensitivity : {Sensitivity::AccountId, Sensitivity::PersonId,
+                                       Sensitivity::UserName, Sensitivity::Token}) {
+            std::string const masked = Vellmark::Admin::Masked(sensitivity, clear);
+            EXPECT_TRUE(LooksMasked(sensitivity, masked)) << masked;
+            EXPECT_FALSE(LooksMasked(sensitivity, clear)) << clear;
+        }
+    }
+    // Shown classes are never taken for masked, nor is an empty value.
+    EXPECT_FALSE(LooksMasked(Sensitivity::FreeText, "------2938"));
+    EXPECT_FALSE(LooksMasked(Sensitivity::NotSensitive, "****"));
+    EXPECT_FALSE(LooksMasked(Sensitivity::AccountId, ""));
+    // Values with a dash or a star in them are not masked for that.
+    EXPECT_FALSE(LooksMasked(Sensitivity::AccountId, "acct-aurora-55102938"));
+    EXPECT_FALSE(LooksMasked(Sensitivity::AccountId, "-x-1"));
+    EXPECT_FALSE(LooksMasked(Sensitivity::Token, "rt-4f9a*c0e7b2d4e6f8a9b0c1d2e3f4a5b"));
+}
+
+TEST(MaskedValueTest, FindsTheFirstMaskedValueOfADocumentWithItsPlace) {
+    VellmarkPB::VellmarkPresets presets;
+    auto* first = presets.add_presets();
+    first->set_key("1");
+    first->mutable_value()->add_actions()->mutable_metadata()->set_accountid(
+        "acct-aurora-55102938");
+    auto* second = presets.add_presets();
+    second->set_key("2");
+    second->mutable_value()->add_actions()->mutable_metadata()->set_accountid(
+        MaskedId("acct-harbor-77316420"));
+    auto found = Vellmark::Admin::FindMaskedValue(presets);
+    ASSERT_TRUE(found.has_value());
+    EXPECT_EQ(found->path, "presets[1].value.actions[0].metadata.accountID");
+    EXPECT_EQ(found->value, "----------------6420");
+    EXPECT_EQ(found->sensitivity, Vellmark::Admin::Sensitivity::AccountId);
+    EXPECT_EQ(Vellmark::Admin::DescribeMaskedValue(*found),
+              "presets[1].value.actions[0].metadata.accountID holds a masked value "
+              "(\"----------------6420\"), as tools print secrets unless asked for them in clear");
+
+    // A wrapped text takes its holder's class.
+    VellmarkPB::sources sources;
+    auto* source = sources.add_source();
+    source->mutable_sourceproviderid()->set_text("AURORA_RADIO");
+    source->mutable_username()->set_text(MaskedId("lena@example.com"));
+    found = Vellmark::Admin::FindMaskedValue(sources);
+    ASSERT_TRUE(found.has_value());
+    EXPECT_EQ(found->path, "source[0].username.text");
+}
+
+TEST(MaskedValueTest, TheSampleStoreHoldsNoMaskedValueAndItsMaskedCopyDoes) {
+    std::string text;
+    ASSERT_EQ(Vellmark::Json::ReadFile(VELLMARK_SEED_PATH, text), "");
+    Vellmark::Admin::StoreDocument document;
+    ASSERT_EQ(Vellmark::Json::Parse(text, document), "");
+    EXPECT_FALSE(Vellmark::Admin::FindMaskedValue(document).has_value());
+    Mask(document);
+    EXPECT_TRUE(Vellmark::Admin::FindMaskedValue(document).has_value());
+}
+
 }  // namespace

@@ -14,6 +14,13 @@ bool FrameStream::Write(Tarv::IPCFrame const& frame) {
     return Tarv::AppendFrame(frame, m_out) && WriteBytes(m_out.data(), m_out.size());
 }
 
+bool FrameStream::Write(Tarv::IPCFrame::Kind kind, unsigned int id, std::uint64_t number,
+                        Tarv::IPCMessageEnvelopeBase const& envelope) {
+    m_out.clear();
+    return Tarv::AppendFrame(kind, id, envelope, number, m_out) &&
+           WriteBytes(m_out.data(), m_out.size());
+}
+
 bool FrameStream::WriteBytes(char const* data, std::size_t size) {
     std::size_t done = 0;
     while (done < size) {

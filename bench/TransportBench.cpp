@@ -1,5 +1,5 @@
-// transport_bench: what the product's path costs on this machine, beside the floor of the
-// same exchanges over a raw Unix socket, both measured in this run by this program.
+// transport_bench: what the product's path costs on this machine, beside the floors of the
+// same exchanges, all measured in this run by this program.
 //
 // - round trip on the task: GetSources issued on the client's own task, vellmarkd in
 //   another process answering from its store, until the callback runs on the task;
@@ -8,10 +8,16 @@
 // - notifications: vellmarkd pushes the sources update (admin push), at most --window
 //   unacknowledged, to a subscriber that the client acknowledges each time; with the CPU
 //   time both processes spent per notification;
-// - floors (Floors.h): a raw client and server process exchanging the same frames.
+// - floors (Floors.h): a raw client and server process exchanging the same frames;
+// - contract floors (ContractFloor.h): the raw floors plus exactly what the client's
+//   contract asks of each delivery (the firing's entry and copy, run on the same thread,
+//   and the acknowledgement).
 //
-// Every path is measured --rounds times, interleaved; the summary gives the median of the
-// rounds. It ends with three "summary:" lines. Run it on a quiet machine; compare ratios.
+// Every path is measured --rounds times, interleaved, each time unpinned (as the system
+// places the processes) and pinned (every thread of both processes on one CPU; see
+// CpuPlacement.h); the summary gives the median of the rounds. Pinned figures show our
+// work, unpinned ones add our cross-CPU wake-ups. It ends with three "summary:" lines. Run
+// it on a quiet machine; compare ratios.
 #include <time.h>
 
 #include <CLI/CLI.hpp>
@@ -19,6 +25,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -30,6 +37,8 @@
 #include "VellmarkAdmin.pb.h"
 #include "admin/AdminClient.h"
 #include "admin/Json.h"
+#include "bench/ContractFloor.h"
+#include "bench/CpuPlacement.h"
 #include "bench/Floors.h"
 #include "bench/Payload.h"
 #include "bench/ServiceProcess.h"
@@ -51,9 +60,13 @@ struct Options {
     int iterations = 20000;
     int warmUp = 1000;
     std::uint32_t notifications = 20000;
+    std::uint32_t warmUpNotifications = 2000;
     std::uint32_t window = 64;
     int rounds = 3;
     std::string vellmarkd = VELLMARKD_PATH;
+    // "both", "unpinned" or "pinned"; and the CPU of the pinned runs (-1: the first allowed).
+    std::string placement = "both";
+    int cpu = -1;
     // The paths to measure (all when empty): for profiling one at a time.
     std::vector<std::string> only;
 
@@ -221,14 +234,25 @@ private:
     Callback<VellmarkPB::sources> m_onReply;
 };
 
-struct Round {
-    double floorUs = 0;
-    double onTaskUs = 0;
-    double otherThreadUs = 0;
-    double floorPerS = 0;
-    double floorCpuUs = 0;
+struct Latency {
+    double medianUs = 0;
+    double cpuUs = 0;  // both processes, per round trip
+};
+
+struct Rate {
     double perS = 0;
-    double cpuUs = 0;
+    double cpuUs = 0;  // both processes, per notification
+};
+
+// One placement's figures in one round.
+struct Round {
+    Latency floor;
+    Latency contract;
+    Latency onTask;
+    Latency otherThread;
+    Rate floorPush;
+    Rate contractPush;
+    Rate notifications;
 };
 
 void Fail(std::string const& what) {
@@ -237,23 +261,24 @@ void Fail(std::string const& what) {
 
 // Latency samples: warm-up first, untimed.
 template <class Measure>
-double MeasureLatency(char const* what, Options const& options, pid_t peer, Measure measure) {
+Latency MeasureLatency(char const* what, Options const& options, pid_t peer, Measure measure) {
     std::vector<double> samples;
     samples.reserve(static_cast<std::size_t>(std::max(options.iterations, options.warmUp)));
     if (!measure(options.warmUp, samples)) Fail(std::string(what) + ": no answer within 30 s");
     samples.clear();
     CpuMeter const cpu(peer);
     if (!measure(options.iterations, samples)) Fail(std::string(what) + ": no answer within 30 s");
-    double const cpuUs = cpu.Spent() * 1e6 / options.iterations;
-    std::printf("  %-26s median %7.1f us  p99 %7.1f us  cpu %6.1f us/op\n", what,
-                Median(samples) * 1e6, Percentile(samples, 0.99) * 1e6, cpuUs);
-    return Median(samples) * 1e6;
+    Latency latency;
+    latency.cpuUs = cpu.Spent() * 1e6 / options.iterations;
+    latency.medianUs = Median(samples) * 1e6;
+    std::printf("  %-26s median %7.1f us  p99 %7.1f us  cpu %6.1f us/op\n", what, latency.medianUs,
+                Percentile(samples, 0.99) * 1e6, latency.cpuUs);
+    return latency;
 }
 
 template <class Push>
-void MeasureNotifications(char const* what, Options const& options, pid_t peer, Push push,
-                          double& perS, double& cpuUs) {
-    if (!push(std::min<std::uint32_t>(options.notifications, 2000))) {
+Rate MeasureNotifications(char const* what, Options const& options, pid_t peer, Push push) {
+    if (!push(std::min(options.notifications, options.warmUpNotifications))) {
         Fail(std::string(what) + ": updates lost or not acknowledged");
     }
     CpuMeter const cpu(peer);
@@ -261,90 +286,172 @@ void MeasureNotifications(char const* what, Options const& options, pid_t peer, 
     if (!push(options.notifications))
         Fail(std::string(what) + ": updates lost or not acknowledged");
     double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    perS = options.notifications / seconds;
-    cpuUs = cpu.Spent() * 1e6 / options.notifications;
-    std::printf("  %-26s %9.0f /s  cpu %6.1f us/notification\n", what, perS, cpuUs);
+    Rate rate;
+    rate.perS = options.notifications / seconds;
+    rate.cpuUs = cpu.Spent() * 1e6 / options.notifications;
+    std::printf("  %-26s %9.0f /s  cpu %6.1f us/notification\n", what, rate.perS, rate.cpuUs);
+    return rate;
 }
 
-Round MeasureRound(Options const& options, std::string const& self, ServiceProcess const& service,
-                   ClientSide& client, Vellmark::Admin::AdminClient& admin) {
+// The service and the product's client on it, for the paths that need them.
+struct Product {
+    explicit Product(std::string const& vellmarkd) : service(vellmarkd) {
+        IPCDirectory::Get().SetRuntimeFolder(service.Folder());
+        client = std::make_unique<ClientSide>(service);
+        if (!client->Ready()) {
+            Fail("vellmarkd did not answer GetSources with " + std::to_string(kSourceCount) +
+                 " sources within 30 s; its log:\n" + service.LogTail());
+        }
+        admin = std::make_unique<Vellmark::Admin::AdminClient>(kBound);
+    }
+
+    ServiceProcess service;
+    std::unique_ptr<ClientSide> client;
+    std::unique_ptr<Vellmark::Admin::AdminClient> admin;  // made once the folder is set
+};
+
+Round MeasureRound(Options const& options, std::string const& self, Product* product) {
     Round round;
     if (options.Measures("floor")) {
         FloorServer server(self, "round-trip");
-        round.floorUs = MeasureLatency("floor round trip", options, server.Pid(),
-                                       [&](int count, std::vector<double>& samples) {
-                                           return FloorRoundTrips(server, count, samples);
-                                       });
+        round.floor = MeasureLatency("floor round trip", options, server.Pid(),
+                                     [&](int count, std::vector<double>& samples) {
+                                         return FloorRoundTrips(server, count, samples);
+                                     });
+    }
+    if (options.Measures("contract-floor")) {
+        FloorServer server(self, "round-trip");
+        round.contract = MeasureLatency("contract floor round trip", options, server.Pid(),
+                                        [&](int count, std::vector<double>& samples) {
+                                            return ContractRoundTrips(server, count, samples);
+                                        });
     }
     if (options.Measures("on-task")) {
-        round.onTaskUs = MeasureLatency(
-            "round trip on the task", options, service.Pid(),
-            [&](int count, std::vector<double>& samples) { return client.OnTask(count, samples); });
+        round.onTask = MeasureLatency("round trip on the task", options, product->service.Pid(),
+                                      [&](int count, std::vector<double>& samples) {
+                                          return product->client->OnTask(count, samples);
+                                      });
     }
     if (options.Measures("other-thread")) {
-        round.otherThreadUs = MeasureLatency("round trip, other thread", options, service.Pid(),
-                                             [&](int count, std::vector<double>& samples) {
-                                                 return client.FromOtherThread(count, samples);
-                                             });
+        round.otherThread =
+            MeasureLatency("round trip, other thread", options, product->service.Pid(),
+                           [&](int count, std::vector<double>& samples) {
+                               return product->client->FromOtherThread(count, samples);
+                           });
     }
     if (options.Measures("floor-push")) {
         FloorServer server(self, "push");
-        MeasureNotifications(
+        round.floorPush = MeasureNotifications(
             "floor push", options, server.Pid(),
-            [&](std::uint32_t count) { return FloorPush(server, count, options.window); },
-            round.floorPerS, round.floorCpuUs);
+            [&](std::uint32_t count) { return FloorPush(server, count, options.window); });
+    }
+    if (options.Measures("contract-floor-push")) {
+        FloorServer server(self, "push");
+        round.contractPush = MeasureNotifications(
+            "contract floor push", options, server.Pid(),
+            [&](std::uint32_t count) { return ContractPush(server, count, options.window); });
     }
     if (options.Measures("notifications")) {
-        MeasureNotifications(
-            "notifications", options, service.Pid(),
-            [&](std::uint32_t count) {
-                return client.Push(admin, count, options.window).has_value();
-            },
-            round.perS, round.cpuUs);
+        round.notifications = MeasureNotifications(
+            "notifications", options, product->service.Pid(), [&](std::uint32_t count) {
+                return product->client->Push(*product->admin, count, options.window).has_value();
+            });
     }
     return round;
 }
 
-double MedianOf(std::vector<Round> const& rounds, double Round::*field) {
+template <class Figures>
+double MedianOf(std::vector<Round> const& rounds, Figures Round::*figures, double Figures::*field) {
     std::vector<double> values;
-    for (auto const& round : rounds) values.push_back(round.*field);
+    for (auto const& round : rounds) values.push_back(round.*figures.*field);
     return Median(values);
 }
 
+// a / b, or 0 when b is not there.
+double Ratio(double a, double b) {
+    return b > 0 ? a / b : 0;
+}
+
+// The fields of one round-trip path, for one placement; `prefix` is "" or "pinned_".
+std::string LatencyFields(std::vector<Round> const& rounds, Latency Round::*path,
+                          char const* prefix) {
+    double const us = MedianOf(rounds, path, &Latency::medianUs);
+    double const floorUs = MedianOf(rounds, &Round::floor, &Latency::medianUs);
+    double const contractUs = MedianOf(rounds, &Round::contract, &Latency::medianUs);
+    char text[512];
+    std::snprintf(text, sizeof text,
+                  "%smedian_us=%.1f %sfloor_us=%.1f %sratio=%.2f %scontract_floor_us=%.1f "
+                  "%scontract_ratio=%.2f %scpu_us=%.1f %sfloor_cpu_us=%.1f %scontract_cpu_us=%.1f",
+                  prefix, us, prefix, floorUs, prefix, Ratio(us, floorUs), prefix, contractUs,
+                  prefix, Ratio(us, contractUs), prefix, MedianOf(rounds, path, &Latency::cpuUs),
+                  prefix, MedianOf(rounds, &Round::floor, &Latency::cpuUs), prefix,
+                  MedianOf(rounds, &Round::contract, &Latency::cpuUs));
+    return text;
+}
+
+std::string RateFields(std::vector<Round> const& rounds, char const* prefix) {
+    double const perS = MedianOf(rounds, &Round::notifications, &Rate::perS);
+    double const floorPerS = MedianOf(rounds, &Round::floorPush, &Rate::perS);
+    double const contractPerS = MedianOf(rounds, &Round::contractPush, &Rate::perS);
+    char text[512];
+    std::snprintf(text, sizeof text,
+                  "%sper_s=%.0f %sfloor_per_s=%.0f %sratio=%.2f %scpu_us=%.1f "
+                  "%sfloor_cpu_us=%.1f %scontract_floor_per_s=%.0f %scontract_ratio=%.2f "
+                  "%scontract_cpu_us=%.1f",
+                  prefix, perS, prefix, floorPerS, prefix, Ratio(perS, floorPerS), prefix,
+                  MedianOf(rounds, &Round::notifications, &Rate::cpuUs), prefix,
+                  MedianOf(rounds, &Round::floorPush, &Rate::cpuUs), prefix, contractPerS, prefix,
+                  Ratio(perS, contractPerS), prefix,
+                  MedianOf(rounds, &Round::contractPush, &Rate::cpuUs));
+    return text;
+}
+
 int Run(Options const& options, std::string const& self) {
-    ServiceProcess service(options.vellmarkd);
-    IPCDirectory::Get().SetRuntimeFolder(service.Folder());
-    ClientSide client(service);
-    if (!client.Ready()) {
-        Fail("vellmarkd did not answer GetSources with " + std::to_string(kSourceCount) +
-             " sources within 30 s; its log:\n" + service.LogTail());
+    std::unique_ptr<Product> product;
+    if (options.Measures("on-task") || options.Measures("other-thread") ||
+        options.Measures("notifications")) {
+        product = std::make_unique<Product>(options.vellmarkd);
     }
-    Vellmark::Admin::AdminClient admin(kBound);
+    std::vector<pid_t> started;
+    if (product) started.push_back(product->service.Pid());
+    CpuPlacement const placement(options.cpu);
+    bool const unpinned = options.placement != "pinned";
+    bool const pinned = options.placement != "unpinned";
     std::printf(
         "transport_bench: %d round trips and %u notifications (window %u) per path, "
         "%d rounds; payload %zu bytes\n",
         options.iterations, options.notifications, options.window, options.rounds,
         MakeSources().ByteSizeLong());
-    std::vector<Round> rounds;
-    for (int i = 0; i < options.rounds; ++i) {
-        std::printf("round %d\n", i + 1);
-        rounds.push_back(MeasureRound(options, self, service, client, admin));
-        std::fflush(stdout);
-    }
-    double const floorUs = MedianOf(rounds, &Round::floorUs);
-    double const onTaskUs = MedianOf(rounds, &Round::onTaskUs);
-    double const otherUs = MedianOf(rounds, &Round::otherThreadUs);
-    double const perS = MedianOf(rounds, &Round::perS);
-    double const floorPerS = MedianOf(rounds, &Round::floorPerS);
-    std::printf("summary: round-trip-on-task median_us=%.1f floor_us=%.1f ratio=%.2f\n", onTaskUs,
-                floorUs, onTaskUs / floorUs);
-    std::printf("summary: round-trip-other-thread median_us=%.1f floor_us=%.1f ratio=%.2f\n",
-                otherUs, floorUs, otherUs / floorUs);
     std::printf(
-        "summary: notifications per_s=%.0f floor_per_s=%.0f ratio=%.2f cpu_us=%.1f "
-        "floor_cpu_us=%.1f\n",
-        perS, floorPerS, perS / floorPerS, MedianOf(rounds, &Round::cpuUs),
-        MedianOf(rounds, &Round::floorCpuUs));
+        "placement: unpinned = as the system places the processes, on %d CPUs: our work and "
+        "our wake-ups of the other process across CPUs; pinned = every thread of both "
+        "processes on CPU %d: our work alone\n",
+        placement.UnpinnedCpus(), placement.PinnedCpu());
+    std::vector<Round> free;
+    std::vector<Round> bound;
+    for (int i = 0; i < options.rounds; ++i) {
+        if (unpinned) {
+            placement.Release(started);
+            std::printf("round %d, unpinned\n", i + 1);
+            free.push_back(MeasureRound(options, self, product.get()));
+            std::fflush(stdout);
+        }
+        if (pinned) {
+            placement.Pin(started);
+            std::printf("round %d, pinned to CPU %d\n", i + 1, placement.PinnedCpu());
+            bound.push_back(MeasureRound(options, self, product.get()));
+            std::fflush(stdout);
+        }
+    }
+    placement.Release(started);
+    std::printf("summary: round-trip-on-task %s %s\n",
+                LatencyFields(free, &Round::onTask, "").c_str(),
+                LatencyFields(bound, &Round::onTask, "pinned_").c_str());
+    std::printf("summary: round-trip-other-thread %s %s\n",
+                LatencyFields(free, &Round::otherThread, "").c_str(),
+                LatencyFields(bound, &Round::otherThread, "pinned_").c_str());
+    std::printf("summary: notifications %s %s\n", RateFields(free, "").c_str(),
+                RateFields(bound, "pinned_").c_str());
     return 0;
 }
 
@@ -355,8 +462,8 @@ int main(int argc, char** argv) {
     using namespace Vellmark::Bench;
     CLI::App app(
         "transport_bench: the product's round trips and notifications, vellmarkd in another "
-        "process, beside a raw Unix-socket floor measured in the same run. Ends with three "
-        "\"summary:\" lines.");
+        "process, beside a raw Unix-socket floor and the contract floor measured in the same "
+        "run, unpinned and pinned to one CPU. Ends with three \"summary:\" lines.");
     Options options;
     std::string floorMode;
     int floorFd = -1;
@@ -369,6 +476,10 @@ int main(int argc, char** argv) {
     app.add_option("--notifications", options.notifications, "timed notifications per round")
         ->capture_default_str()
         ->check(CLI::Range(1u, 100000000u));
+    app.add_option("--warm-up-notifications", options.warmUpNotifications,
+                   "untimed notifications before each push path (at most --notifications)")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 100000000u));
     app.add_option("--window", options.window, "unacknowledged notifications at most")
         ->capture_default_str()
         ->check(CLI::Range(1u, 100000u));
@@ -377,13 +488,23 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(1, 100));
     app.add_option("--vellmarkd", options.vellmarkd, "the service program")->capture_default_str();
     app.add_option("--only", options.only, "measure only these paths (to profile one)")
-        ->check(CLI::IsMember({"floor", "on-task", "other-thread", "floor-push", "notifications"}));
+        ->check(CLI::IsMember({"floor", "contract-floor", "on-task", "other-thread", "floor-push",
+                               "contract-floor-push", "notifications"}));
+    app.add_option("--placement", options.placement,
+                   "unpinned (as the system places the processes), pinned (all on one CPU) "
+                   "or both")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"both", "unpinned", "pinned"}));
+    app.add_option("--cpu", options.cpu, "the CPU of the pinned runs (default: the first allowed)")
+        ->check(CLI::Range(0, CPU_SETSIZE - 1));
     app.add_option("--floor-server", floorMode)->group("");  // the floor's child process
     app.add_option("--floor-fd", floorFd)->group("");
     CLI11_PARSE(app, argc, argv);
     if (!floorMode.empty()) return ServeFloor(floorMode, floorFd);
     try {
-        return Run(options, "/proc/self/exe");
+        // The floor servers are this program started again, by its own path: under valgrind
+        // /proc/self/exe would name the tool instead.
+        return Run(options, std::filesystem::read_symlink("/proc/self/exe").string());
     } catch (std::exception const& e) {
         std::fprintf(stderr, "transport_bench: %s\n", e.what());
         return 1;

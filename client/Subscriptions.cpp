@@ -53,16 +53,21 @@ void VellmarkClientAPI::AcceptUpdate(SubscriptionRow<T> const& row, T const& upd
         case AckLines::None:
             return;
         case AckLines::AnnouncedThenSent:
-            LogLine(row.announceLevel, row.handlerName,
-                    "subscriber with message: ", UpdateDescription(id));
+            // The description looks the name up and builds a string: only for a written line.
+            if (VellmarkClientLog().IsLog(row.announceLevel)) {
+                LogLine(row.announceLevel, row.handlerName,
+                        "subscriber with message: ", UpdateDescription(id));
+            }
             SendCloudSyncReceived(id);
             LogLine(DPrint::Flow, row.handlerName,
                     "Sent VELLMARK_MESSAGE_CLOUDSYNC_RECEIVED event");
             return;
         case AckLines::SentToServer:
             SendCloudSyncReceived(id);
-            LogLine(DPrint::Flow, row.handlerName,
-                    "Sent CloudSync received response to server: ", UpdateDescription(id));
+            if (VellmarkClientLog().IsLog(DPrint::Flow)) {
+                LogLine(DPrint::Flow, row.handlerName,
+                        "Sent CloudSync received response to server: ", UpdateDescription(id));
+            }
             return;
     }
 }

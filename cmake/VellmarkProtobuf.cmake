@@ -23,6 +23,12 @@ endforeach()
 
 # vellmark_protobuf_generate(<out-var> <import-root> <file.proto>...)
 # Sets <out-var> to the generated .pb.cc files.
+#
+# The files named in VELLMARK_PROTO_FOR_SIZE (as given here) are generated for size:
+# protoc's code_size mode, whatever the schema's optimize_for says, so the schema and its
+# descriptor stay as they are. Their messages keep the same classes and members; they parse,
+# serialize and merge through reflection, slower, and their code is compiled with -Os. For
+# messages off the update and reply paths.
 function(vellmark_protobuf_generate out_var root)
   set(include_flags -I${root})
   foreach(dir ${VELLMARK_PROTO_ROOTS})
@@ -35,13 +41,19 @@ function(vellmark_protobuf_generate out_var root)
     string(REGEX REPLACE "\\.proto$" "" stem ${rel})
     set(cc ${VELLMARK_PROTO_OUT}/${stem}.pb.cc)
     set(h ${VELLMARK_PROTO_OUT}/${stem}.pb.h)
+    set(mode "")
+    set(options -w)
+    if(proto IN_LIST VELLMARK_PROTO_FOR_SIZE)
+      set(mode "code_size:")
+      list(APPEND options -Os)
+    endif()
     add_custom_command(
       OUTPUT ${cc} ${h}
-      COMMAND protobuf::protoc --cpp_out=${VELLMARK_PROTO_OUT} ${include_flags} ${abs}
+      COMMAND protobuf::protoc --cpp_out=${mode}${VELLMARK_PROTO_OUT} ${include_flags} ${abs}
       DEPENDS ${abs} ${VELLMARK_PROTO_FILES} protobuf::protoc
       COMMENT "Generating C++ from ${rel}"
       VERBATIM)
-    set_source_files_properties(${cc} PROPERTIES COMPILE_OPTIONS -w)
+    set_source_files_properties(${cc} PROPERTIES COMPILE_OPTIONS "${options}")
     list(APPEND sources ${cc})
   endforeach()
   set(${out_var} ${sources} PARENT_SCOPE)

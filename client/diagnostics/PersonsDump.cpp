@@ -3,6 +3,9 @@
 #include "client/internal/LogLine.h"
 
 void VellmarkClientAPI::PrintPersonsInfoProtobuff(VellmarkPB::persons const& persons) {
+    // No line of the dump is coarser than this one: when it is not written, none is, and an
+    // update costs no test per field.
+    if (!VellmarkClientLog().IsLog(DPrint::Info)) return;
     char const* const function = "PrintPersonsInfoProtobuff";
     LogLine(DPrint::Info, function, "PrintPersonsInfoProtobuff");
     for (auto const& person : persons.person()) {

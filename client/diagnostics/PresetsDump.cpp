@@ -3,6 +3,9 @@
 #include "client/internal/LogLine.h"
 
 void VellmarkClientAPI::PrintPresets(VellmarkPB::VellmarkPresets const& presets) {
+    // No line of the dump is coarser than this one: when it is not written, none is, and an
+    // update costs no test per field.
+    if (!VellmarkClientLog().IsLog(DPrint::Flow)) return;
     char const* const function = "PrintPresets";
     auto const detail = DPrint::Detail;
     LogLine(DPrint::Flow, function, "preset_size: ", presets.presets_size());

@@ -5,6 +5,9 @@
 #include "client/internal/LogLine.h"
 
 void VellmarkClientAPI::PrintProductSettingsProtobuff(VellmarkPB::ProductSettings settings) {
+    // No line of the dump is coarser than this one: when it is not written, none is, and an
+    // update costs no test per field.
+    if (!VellmarkClientLog().IsLog(DPrint::Flow)) return;
     char const* const function = "PrintProductSettingsProtobuff";
     auto const detail = DPrint::Detail;
     LogLine(DPrint::Flow, function, "PrintProductSettingsProtobuff");

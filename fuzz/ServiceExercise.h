@@ -1,33 +1,36 @@
 #pragma once
 // The service's inputs under a fuzzer: frames of the product endpoint, through the request
 // handlers, to the store; and the admin imports (put, seed; --seed at start parses and
-// seeds the same way). One vellmarkd of the process serves every input, on a store in a
-// memory-backed folder when the machine has one. A broken promise aborts: every request is
-// answered (by a response, or for a GVA request by its error notification), and everything
-// the service sends is a well-formed frame.
+// seeds the same way). One vellmarkd of the process, without endpoints, serves every input
+// on the fuzzer's thread: a request goes straight to its handler and is answered before the
+// next one is handed over, on one connection kept for the process. Its store is in memory
+// and every input starts from the same one, the example store (VELLMARK_SEED_PATH), so an
+// input costs what it asks for and does the same whenever it runs. A broken promise aborts:
+// every request is answered at once, by a well-formed frame that pairs with it (a response,
+// or for a GVA request its error notification), and nothing else is sent.
 // Shared by the fuzz targets and by the tests that replay the kept inputs.
 #include <poll.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "VellmarkMessageId.pb.h"
 #include "admin/AdminProtocol.h"
+#include "admin/Json.h"
 #include "fuzz/FuzzInput.h"
-#include "platform/ipc/IPCDirectory.h"
 #include "platform/ipc/IPCFrameLimit.h"
 #include "platform/ipc/IPCLog.h"
 #include "platform/ipc/transport/FrameCodec.h"
 #include "platform/ipc/transport/FramedConnection.h"
+#include "service/Catalog.h"
 #include "service/VellmarkService.h"
 
 namespace Vellmark::Fuzz::ServiceExercise {
@@ -40,7 +43,7 @@ inline void Check(bool condition, char const* promise) {
     std::abort();
 }
 
-// A new folder for the run: under /dev/shm when there is one, so that the store's syncs
+// A new folder for the run: under /dev/shm when there is one, so that a store's syncs
 // cost nothing.
 inline std::string TemporaryFolder(std::string const& name) {
     std::string const base = std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
@@ -50,44 +53,35 @@ inline std::string TemporaryFolder(std::string const& name) {
     return made;
 }
 
-// The process's vellmarkd, made on first use, stopped and removed at exit.
-class FuzzService {
-public:
-    static VellmarkService& Get() {
-        static FuzzService instance;
-        return *instance.m_service;
-    }
-    FuzzService(FuzzService const&) = delete;
-    FuzzService& operator=(FuzzService const&) = delete;
+inline Vellmark::Admin::StoreDocument ExampleDocument() {
+    std::string text;
+    Vellmark::Admin::StoreDocument document;
+    Vellmark::Json::ReadFile(VELLMARK_SEED_PATH, text);
+    Vellmark::Json::Parse(text, document);
+    return document;
+}
 
-private:
-    FuzzService() : m_folder(TemporaryFolder("vellmark-fuzz-service")) {
-        // Refusals of bad input are the normal case here.
-        VellmarkService::Log().SetThreshold(DPrint::Error);
-        IPCLog().SetThreshold(DPrint::Error);
-        IPCDirectory::Get().SetRuntimeFolder(m_folder);
-        m_service = std::make_unique<VellmarkService>(m_folder + "/store.db", std::nullopt);
-    }
-    ~FuzzService() {
-        m_service.reset();
-        std::error_code ignored;
-        std::filesystem::remove_all(m_folder, ignored);
-    }
+// The example store, as the bytes of its database.
+inline std::string ExampleStoreImage() {
+    using namespace Vellmark::Service;
+    Store::Options options;
+    options.inMemory = true;
+    Store store("example store", options);
+    Catalog catalog(store);
+    Changes changed;
+    catalog.Seed(ExampleDocument(), changed);
+    return store.Image();
+}
 
-    std::string const m_folder;
-    std::unique_ptr<VellmarkService> m_service;
-};
-
-// A connection as the service sees it (a session over one end of a socket pair), with the
-// other end read here.
+// The service's end of a connection (a session over one end of a socket pair), with the
+// other end read here, as a client would.
 class Peer {
 public:
     Peer() {
-        static std::atomic<std::uint64_t> lastId{1u << 20};
         int fds[2];
         Check(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) == 0, "a socket pair");
         session = std::make_shared<IPCServerSession>(
-            ++lastId, Tarv::FramedConnection::Adopt(fds[0], "fuzz peer"));
+            1, Tarv::FramedConnection::Adopt(fds[0], "fuzz peer"));
         m_fd = fds[1];
     }
     ~Peer() {
@@ -97,40 +91,108 @@ public:
     Peer(Peer const&) = delete;
     Peer& operator=(Peer const&) = delete;
 
-    // The next `count` frames the service sent; aborts when they do not come within 20 s.
-    std::vector<Tarv::IPCFrame> Read(std::size_t count) {
-        std::vector<Tarv::IPCFrame> frames;
+    // The next frame the service sent; aborts when none comes within 20 s. An answer is
+    // in the socket when its handler returns, unless it outgrew the socket's buffer: then
+    // the IO thread sends the rest as this reads.
+    Tarv::IPCFrame Next() {
         auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         Tarv::IPCFrame frame;
-        while (frames.size() < count) {
+        for (;;) {
             auto const status = m_decoder.Next(frame);
-            if (status == Tarv::FrameDecoder::Status::Frame) {
-                frames.push_back(frame);
-                continue;
-            }
+            if (status == Tarv::FrameDecoder::Status::Frame) return frame;
             Check(status == Tarv::FrameDecoder::Status::NeedMore, "the service sends frames");
             Check(std::chrono::steady_clock::now() < deadline, "every request is answered");
             pollfd readable{m_fd, POLLIN, 0};
             if (::poll(&readable, 1, 100) <= 0) continue;
-            char buffer[64 * 1024];
-            ssize_t const n = ::recv(m_fd, buffer, sizeof buffer, 0);
-            Check(n > 0, "the session stays open while it is answered");
-            m_decoder.Feed(buffer, static_cast<std::size_t>(n));
+            Check(Receive(0) > 0, "the session stays open while it is answered");
         }
-        return frames;
+    }
+    // True when the service has sent nothing more than was read.
+    bool Quiet() {
+        if (m_decoder.Buffered() != 0) return false;
+        ssize_t const n = Receive(MSG_DONTWAIT);
+        return n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
     }
 
     std::shared_ptr<IPCServerSession> session;
 
 private:
+    ssize_t Receive(int flags) {
+        char buffer[16 * 1024];
+        ssize_t const n = ::recv(m_fd, buffer, sizeof buffer, flags);
+        if (n > 0) m_decoder.Feed(buffer, static_cast<std::size_t>(n));
+        return n;
+    }
+
     int m_fd = -1;
     Tarv::FrameDecoder m_decoder{IPCFrameLimit::kHardMaxFrameBytes};
 };
 
-inline bool IsGVARequest(unsigned int id) {
-    return id == VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE ||
-           id == VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE ||
-           id == VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID;
+// The process's vellmarkd, made on first use and stopped at exit, and the connection its
+// inputs come on.
+class FuzzService {
+public:
+    // The service, its store the example store.
+    static FuzzService& Get() {
+        static FuzzService instance;
+        if (!instance.m_peer->session->IsOpen()) instance.m_peer = std::make_unique<Peer>();
+        return instance;
+    }
+    // Puts the store back to the example store at the end of an input rather than at the
+    // start of the next: what the input's requests left there (pages read, a schema parsed)
+    // is then freed by the input that made it, so that libFuzzer counts as many frees as
+    // allocations and does not run the input again to look for a leak.
+    void EndInput() { m_service->RestoreStore(m_image); }
+    VellmarkService& Service() { return *m_service; }
+    Peer& Connection() { return *m_peer; }
+
+    FuzzService(FuzzService const&) = delete;
+    FuzzService& operator=(FuzzService const&) = delete;
+
+private:
+    FuzzService() : m_image(ExampleStoreImage()), m_peer(std::make_unique<Peer>()) {
+        // Refusals of bad input are the normal case here.
+        VellmarkService::Log().SetThreshold(DPrint::Error);
+        IPCLog().SetThreshold(DPrint::Error);
+        VellmarkService::Settings settings;
+        settings.store.inMemory = true;
+        settings.endpoints.served = false;
+        m_service = std::make_unique<VellmarkService>("fuzz store", std::nullopt, settings);
+        EndInput();
+    }
+
+    std::string const m_image;
+    std::unique_ptr<Peer> m_peer;
+    std::unique_ptr<VellmarkService> m_service;
+};
+
+inline unsigned int GVAErrorId(unsigned int id) {
+    switch (id) {
+        case VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE:
+            return VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE_ERROR;
+        case VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE:
+            return VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE_ERROR;
+        case VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID:
+            return VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_ERROR;
+        default:
+            return 0;
+    }
+}
+
+// Checks that `answer` answers the request numbered `number` under `id`.
+inline void CheckAnswers(Tarv::IPCFrame const& answer, unsigned int id, std::uint64_t number) {
+    if (answer.kind() == Tarv::IPCFrame::NOTIFICATION) {
+        Check(GVAErrorId(id) != 0, "only GVA requests fail by notification");
+        Check(answer.envelope().message_id() == GVAErrorId(id),
+              "a GVA request fails under its error identifier");
+        Check(answer.envelope().payload_type_name() == "Error",
+              "a GVA request fails with an Error notification");
+        return;
+    }
+    Check(answer.kind() == Tarv::IPCFrame::RESPONSE, "answers are responses");
+    Check(answer.envelope().message_id() == id && answer.request_number() == number,
+          "an answer pairs with its request");
+    Check(answer.envelope().has_payload_type_name(), "answers name their payload type");
 }
 
 }  // namespace Vellmark::Fuzz::ServiceExercise
@@ -140,44 +202,31 @@ namespace Vellmark::Fuzz {
 // The input is a byte stream of frames, as a client's socket would carry them.
 inline void ExerciseServiceRequests(std::uint8_t const* data, std::size_t size) {
     using namespace Vellmark::Fuzz::ServiceExercise;
-    auto& service = FuzzService::Get();
-    Peer peer;
+    auto& fuzz = FuzzService::Get();
+    auto& service = fuzz.Service();
+    auto& peer = fuzz.Connection();
     Tarv::FrameDecoder decoder(IPCFrameLimit::MaxFrameBytes());
     decoder.Feed(reinterpret_cast<char const*>(data), size);
-    std::size_t requests = 0;
-    std::size_t gvaRequests = 0;
     Tarv::IPCFrame frame;
     while (decoder.Next(frame) == Tarv::FrameDecoder::Status::Frame) {
         unsigned int const id = frame.envelope().message_id();
+        std::uint64_t const number = frame.request_number();
         IPCMessageEnvelope envelope(std::move(*frame.mutable_envelope()));
         if (frame.kind() == Tarv::IPCFrame::REQUEST) {
-            ++requests;
-            gvaRequests += IsGVARequest(id) ? 1 : 0;
-            service.Receive(IPCRequest{peer.session, id, frame.request_number(), envelope});
+            service.Receive(IPCRequest{peer.session, id, number, envelope});
+            CheckAnswers(peer.Next(), id, number);
         } else if (frame.kind() == Tarv::IPCFrame::ONE_WAY) {
             service.ReceiveOneWay(peer.session, id, envelope);
         }
     }
-    service.WaitUntilIdle();
-    std::size_t errors = 0;
-    for (auto const& answer : peer.Read(requests)) {
-        if (answer.kind() == Tarv::IPCFrame::NOTIFICATION) {
-            ++errors;
-            Check(answer.envelope().payload_type_name() == "Error",
-                  "a GVA request fails with an Error notification");
-            continue;
-        }
-        Check(answer.kind() == Tarv::IPCFrame::RESPONSE, "answers are responses");
-        Check(answer.envelope().has_payload_type_name(), "answers name their payload type");
-    }
-    Check(errors <= gvaRequests, "only GVA requests fail by notification");
+    Check(peer.Quiet(), "the service sends nothing but answers");
+    fuzz.EndInput();
 }
 
 // The input's first byte picks what to import: the whole store (seed), or one resource
 // (put); the rest is the JSON document.
 inline void ExerciseAdminImport(std::uint8_t const* data, std::size_t size) {
     using namespace Vellmark::Fuzz::ServiceExercise;
-    auto& service = FuzzService::Get();
     FuzzInput input(data, size);
     auto const& resources = Vellmark::Admin::Resources();
     std::size_t const which = input.Byte() % (resources.size() + 2);
@@ -189,16 +238,22 @@ inline void ExerciseAdminImport(std::uint8_t const* data, std::size_t size) {
                                                                       : "service-accounts");
         request.mutable_put()->set_json(input.Rest());
     }
-    Peer peer;
+    if (!Vellmark::Admin::FitsOneFrame(request, IPCFrameLimit::MaxFrameBytes())) return;
+    auto& fuzz = FuzzService::Get();
+    auto& peer = fuzz.Connection();
     IPCMessageEnvelope envelope;
     envelope.SetPayload(request);
-    if (!Vellmark::Admin::FitsOneFrame(request, IPCFrameLimit::MaxFrameBytes())) return;
-    service.ReceiveAdmin(IPCRequest{peer.session, Vellmark::Admin::kCommandId, 1, envelope});
-    service.WaitUntilIdle();
-    auto const answers = peer.Read(1);
+    fuzz.Service().ReceiveAdmin(IPCRequest{peer.session, Vellmark::Admin::kCommandId, 1, envelope});
+    auto const answer = peer.Next();
+    Check(answer.kind() == Tarv::IPCFrame::RESPONSE &&
+              answer.envelope().message_id() == Vellmark::Admin::kCommandId &&
+              answer.request_number() == 1,
+          "the reply pairs with the command");
     Vellmark::Admin::Reply reply;
-    Check(IPCMessageEnvelope(answers.at(0).envelope()).GetPayload(reply), "the reply parses");
+    Check(IPCMessageEnvelope(answer.envelope()).GetPayload(reply), "the reply parses");
     Check(reply.ok() || !reply.error().empty(), "a refusal says why");
+    Check(peer.Quiet(), "the service sends nothing but the reply");
+    fuzz.EndInput();
 }
 
 }  // namespace Vellmark::Fuzz

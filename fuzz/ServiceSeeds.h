@@ -23,13 +23,7 @@ struct Seed {
     std::string bytes;
 };
 
-inline Vellmark::Admin::StoreDocument ExampleDocument() {
-    std::string text;
-    Vellmark::Admin::StoreDocument document;
-    Vellmark::Json::ReadFile(VELLMARK_SEED_PATH, text);
-    Vellmark::Json::Parse(text, document);
-    return document;
-}
+using Vellmark::Fuzz::ServiceExercise::ExampleDocument;
 
 // One frame of `kind` under `id` carrying `payload`, as a client writes it.
 inline std::string Frame(Tarv::IPCFrame::Kind kind, unsigned int id,

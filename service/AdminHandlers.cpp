@@ -111,7 +111,7 @@ void VellmarkService::StartPush(Vellmark::Admin::Request const& command, IPCRequ
     };
     m_push = std::make_unique<UpdatePush>(identity, push.has_count() ? push.count() : 1000,
                                           push.has_window() ? push.window() : 64, send, done);
-    auto const sessions = m_server->Sessions();
+    auto const sessions = Sessions();
     Log().Log(DPrint::Flow, "pushing %s to %zu clients", resource->name, sessions.size());
     m_push->Start(sessions);
     EndFinishedPush();
@@ -252,7 +252,7 @@ Vellmark::Admin::ClientList VellmarkService::Clients() const {
 }
 
 std::size_t VellmarkService::DropConnections() {
-    auto const sessions = m_server->Sessions();
+    auto const sessions = Sessions();
     for (auto const& session : sessions) session->Close();
     Log().Log(DPrint::Flow, "dropped %zu connections", sessions.size());
     return sessions.size();

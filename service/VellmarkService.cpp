@@ -71,6 +71,7 @@ VellmarkService::VellmarkService(std::string const& dbPath,
                                  std::optional<Vellmark::Admin::StoreDocument> seed,
                                  Settings settings)
     : m_maxFrameBytes(IPCFrameLimit::MaxFrameBytes()),
+      m_endpoints(settings.endpoints.served),
       m_store(dbPath, settings.store),
       m_catalog(m_store, m_maxFrameBytes),
       m_task("vellmarkd") {
@@ -87,6 +88,7 @@ VellmarkService::VellmarkService(std::string const& dbPath,
     // What the store holds must be sendable: written with a larger frame limit, it is not.
     m_catalog.CheckEveryResourceFits();
     m_delayed = std::make_unique<DelayedRunner>();
+    if (!m_endpoints) return;
 
     IPCServer::Handlers service;
     service.onConnected = [this](IPCServer::SessionPtr const& session) {
@@ -144,14 +146,14 @@ void VellmarkService::Stop() {
 void VellmarkService::Receive(IPCRequest const& request) {
     m_monitor.Received(request.session->Id(), "request", request.id, request.number,
                        request.envelope);
-    if (m_task.RunsOnCurrentThread()) return HandleRequest(request);
+    if (OnServiceThread()) return HandleRequest(request);
     Post([this, request] { HandleRequest(request); });
 }
 
 void VellmarkService::ReceiveOneWay(std::shared_ptr<IPCServerSession> const& session,
                                     unsigned int id, IPCMessageEnvelope const& envelope) {
     m_monitor.Received(session->Id(), "one-way", id, 0, envelope);
-    if (m_task.RunsOnCurrentThread()) return HandleOneWay(session, id, envelope);
+    if (OnServiceThread()) return HandleOneWay(session, id, envelope);
     Post([this, session, id, envelope] { HandleOneWay(session, id, envelope); });
 }
 
@@ -169,9 +171,19 @@ void VellmarkService::Post(std::function<void()> work) {
     IL::BreakThread(std::move(work), &m_task);
 }
 
+void VellmarkService::RestoreStore(std::string const& image) {
+    if (m_endpoints) throw StoreError(m_store.Path(), "replaced only without endpoints");
+    m_store.Restore(image);
+}
+
+std::vector<std::shared_ptr<IPCServerSession>> VellmarkService::Sessions() const {
+    if (!m_server) return {};
+    return m_server->Sessions();
+}
+
 template <class Work>
 void VellmarkService::OnTask(Work&& work) {
-    if (m_task.RunsOnCurrentThread()) {
+    if (OnServiceThread()) {
         work();
     } else {
         Post(std::forward<Work>(work));
@@ -391,8 +403,7 @@ void VellmarkService::Broadcast(Changes const& changed) {
         auto const* resource = Vellmark::Admin::FindResource(name);
         if (!resource || resource->updateId == 0) continue;
         auto const& envelope = QueryAnswer(*resource);
-        for (auto const& session : m_server->Sessions())
-            Notify(session, resource->updateId, envelope);
+        for (auto const& session : Sessions()) Notify(session, resource->updateId, envelope);
     }
 }
 

@@ -30,6 +30,12 @@
 
 namespace Vellmark::Service {
 
+// Whether a VellmarkService serves its sockets. Without (fuzzers), whatever it receives is
+// handled at once on the calling thread, which calls one at a time.
+struct ServiceEndpoints {
+    bool served = true;
+};
+
 class VellmarkService {
 public:
     struct Settings {
@@ -37,6 +43,7 @@ public:
         // Who may connect to the product's endpoint and to the admin endpoint.
         IPCServer::Options service;
         IPCServer::Options admin;
+        ServiceEndpoints endpoints;
     };
 
     // Opens the store at `dbPath` (StoreError), replaces its content with `seed` when
@@ -61,7 +68,12 @@ public:
     void ReceiveAdmin(IPCRequest const& request);
     // Returns once everything received before the call has been handled.
     void WaitUntilIdle();
+    // Replaces what the store holds with `image` (Store::Image()): without endpoints and on
+    // a store in memory, a fuzzer's next input starts from the same store. StoreError
+    // otherwise.
+    void RestoreStore(std::string const& image);
 
+    // The sockets' paths; only with endpoints.
     std::string const& ServicePath() const { return m_server->Path(); }
     std::string const& AdminPath() const { return m_admin->Path(); }
 
@@ -128,6 +140,10 @@ private:
     Vellmark::Admin::ClientList Clients() const;
     std::size_t DropConnections();
 
+    // True where what is received is handled: on the task, or anywhere without endpoints.
+    bool OnServiceThread() const { return !m_endpoints || m_task.RunsOnCurrentThread(); }
+    // The product endpoint's connections (none without endpoints).
+    std::vector<std::shared_ptr<IPCServerSession>> Sessions() const;
     void Post(std::function<void()> work);
     // Runs `work` now when on the task, else posts it.
     template <class Work>
@@ -135,6 +151,7 @@ private:
 
     // Every answer and update fits a frame of this many bytes.
     std::size_t const m_maxFrameBytes;
+    bool const m_endpoints;
     Store m_store;
     Catalog m_catalog;
     Faults m_faults;

@@ -150,7 +150,12 @@ private:
     sqlite3_stmt* m_statement = nullptr;
 };
 
-Store::Store(std::string path, Options options) : m_path(std::move(path)) {
+Store::Store(std::string path, Options options)
+    : m_path(std::move(path)), m_inMemory(options.inMemory) {
+    if (m_inMemory) {
+        Open(options, true);
+        return;
+    }
     if (std::string const why = WhyNotWritable(m_path); !why.empty()) {
         throw StoreError(m_path, "cannot be read and written: " + why);
     }
@@ -175,8 +180,8 @@ void Store::Open(Options const& options, bool created) {
                          "one, which would start without any account. To make a new store "
                          "there, start with --new-store (or --seed FILE)");
     }
-    int const opened =
-        sqlite3_open_v2(m_path.c_str(), &m_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    int const opened = sqlite3_open_v2(m_inMemory ? ":memory:" : m_path.c_str(), &m_db,
+                                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (opened != SQLITE_OK) {
         std::string const cause = m_db ? sqlite3_errmsg(m_db) : sqlite3_errstr(opened);
         sqlite3_close(m_db);
@@ -188,7 +193,7 @@ void Store::Open(Options const& options, bool created) {
         sqlite3_busy_timeout(m_db, 1000);
         // One process owns the store: a second vellmarkd on the same file is refused
         // instead of sharing it. Exclusive locking also spares WAL its shared-memory file.
-        Execute("PRAGMA locking_mode=EXCLUSIVE");
+        if (!m_inMemory) Execute("PRAGMA locking_mode=EXCLUSIVE");
         // The first read of the header: a file that is not a database fails here.
         int const id = static_cast<int>(Number("PRAGMA application_id"));
         int const schemaVersion = static_cast<int>(Number("PRAGMA user_version"));
@@ -204,12 +209,13 @@ void Store::Open(Options const& options, bool created) {
             Fail("written by a newer vellmarkd (store version " + std::to_string(schemaVersion) +
                  ")");
         }
-        {
+        // In memory there is no disk to reach, nor a log beside the store.
+        if (!m_inMemory) {
             Statement journal(*this, "PRAGMA journal_mode=WAL");
             if (!journal.Step() || journal.Text(0) != "wal") Fail("cannot switch to WAL mode");
+            // Every commit reaches the disk before it returns.
+            Execute("PRAGMA synchronous=FULL");
         }
-        // Every commit reaches the disk before it returns.
-        Execute("PRAGMA synchronous=FULL");
         if (options.maxBytes > 0) {
             auto const pageSize = static_cast<std::uint64_t>(Number("PRAGMA page_size"));
             auto const pages = std::max<std::uint64_t>(1, options.maxBytes / pageSize);
@@ -337,6 +343,30 @@ std::uint64_t Store::NextNumber(std::string const& name) {
     while (upsert.Step()) {
     }
     return value;
+}
+
+std::string Store::Image() const {
+    sqlite3_int64 size = 0;
+    unsigned char* bytes = sqlite3_serialize(m_db, "main", &size, 0);
+    if (!bytes) Fail("cannot make an image");
+    std::string image(reinterpret_cast<char const*>(bytes), static_cast<std::size_t>(size));
+    sqlite3_free(bytes);
+    return image;
+}
+
+void Store::Restore(std::string const& image) {
+    if (!m_inMemory) Fail("only a store in memory is replaced by an image");
+    ++m_generation;
+    auto* copy = static_cast<unsigned char*>(sqlite3_malloc64(image.size()));
+    if (!copy) Fail("no memory for an image");
+    std::memcpy(copy, image.data(), image.size());
+    // SQLite owns the copy from here, also when this fails.
+    auto const size = static_cast<sqlite3_int64>(image.size());
+    if (sqlite3_deserialize(m_db, "main", copy, size, size,
+                            SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_RESIZEABLE) !=
+        SQLITE_OK) {
+        Fail("cannot take an image");
+    }
 }
 
 Store::Transaction::Transaction(Store& store) : m_store(store) {

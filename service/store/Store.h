@@ -49,6 +49,9 @@ struct StoreOptions {
     // Makes a new store where an empty file (or an SQLite database without tables) stands;
     // without it such a file is refused, never quietly taken for a new store.
     bool newStore = false;
+    // Keeps the store in this process's memory, not in a file (fuzzers): the path only
+    // names it in errors, and nothing of it outlives the Store.
+    bool inMemory = false;
 };
 
 class Store {
@@ -87,6 +90,13 @@ public:
     // The next value of the counter `name`, from 1; never repeats, also across restarts.
     std::uint64_t NextNumber(std::string const& name);
 
+    // What the store holds, as the bytes of its database file.
+    std::string Image() const;
+    // Replaces what a store in memory holds with `image` (from Image()), so that a fuzzer's
+    // every input starts from the same store without making one. Throws StoreError, also
+    // for a store in a file, which is never replaced.
+    void Restore(std::string const& image);
+
     // Groups writes into one atomic, durable step. Without Commit(), everything written
     // since it began is rolled back when it ends. Transactions do not nest.
     class Transaction {
@@ -114,6 +124,7 @@ private:
     [[noreturn]] void Fail(std::string const& what) const;
 
     std::string const m_path;
+    bool const m_inMemory;
     std::optional<unsigned> m_tightenedFrom;
     sqlite3* m_db = nullptr;
     std::uint64_t m_generation = 0;

@@ -10,37 +10,15 @@
 #include <sstream>
 
 #include "VellmarkMessageId.pb.h"
+#include "tests/e2e/ProgramsForAnotherUser.h"
 #include "tests/e2e/ServiceFixture.h"
 #include "tests/support/JsonFields.h"
 
 namespace Vellmark::EndToEnd {
 namespace {
 
-constexpr char kSetpriv[] = "/usr/bin/setpriv";
-constexpr char kNobody[] = "65534";
-
 class Scripting : public ServiceTest {
 protected:
-    static bool CanRunAsAnotherUser() {
-        return ::geteuid() == 0 && ::access(kSetpriv, X_OK) == 0 && kChildLauncher.empty();
-    }
-
-    // vellmarkctl as user 65534, in `groups` ("0": may open the socket files; "": none).
-    std::unique_ptr<ChildProcess> CtlAsNobody(std::string const& groups,
-                                              std::vector<std::string> const& arguments) {
-        std::vector<std::string> words{"--reuid", kNobody, "--regid", kNobody};
-        if (groups.empty()) {
-            words.push_back("--clear-groups");
-        } else {
-            words.insert(words.end(), {"--groups", groups});
-        }
-        words.insert(words.end(), {VELLMARKCTL_PATH, "--runtime-dir", Folder()});
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        auto ctl = std::make_unique<ChildProcess>(kSetpriv, words);
-        EXPECT_TRUE(ctl->Wait(kBound).has_value());
-        return ctl;
-    }
-
     // Runs `script` in bash with the completion script loaded; its standard output.
     std::string InBashWithCompletion(std::string const& script) {
         // bash runs the program as the completion script does: by the name typed.
@@ -52,6 +30,22 @@ protected:
                           "source " VELLMARK_COMPLETION_PATH " && p=" + program + " && " + script});
         EXPECT_EQ(bash.ExitCode(), 0) << bash.Errors();
         return bash.Output();
+    }
+};
+
+// Runs vellmarkctl as another user (see ProgramsForAnotherUser.h).
+class ScriptingAsAnotherUser : public Scripting {
+protected:
+    // vellmarkctl as user 65534, in `groups` ({0}: may open the socket files; {}: none).
+    std::unique_ptr<ChildProcess> CtlAsNobody(std::vector<unsigned> const& groups,
+                                              std::vector<std::string> const& arguments) {
+        AnotherUser nobody;
+        nobody.groups = groups;
+        std::vector<std::string> words{"--runtime-dir", Folder()};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        auto ctl = ProgramsForAnotherUser::Get().Start("vellmarkctl", words, nobody);
+        EXPECT_TRUE(ctl->Wait(kBound).has_value());
+        return ctl;
     }
 };
 
@@ -103,16 +97,16 @@ TEST_F(Scripting, ASocketNobodyListensOnIsToldAtOnce) {
     EXPECT_NE(get->Errors().find("nothing listens on it"), std::string::npos) << get->Errors();
 }
 
-TEST_F(Scripting, ASocketThisUserMayNotOpenIsToldAtOnce) {
+TEST_F(ScriptingAsAnotherUser, ASocketThisUserMayNotOpenIsToldAtOnce) {
     StartService();
     std::unique_ptr<ChildProcess> get;
     if (::geteuid() != 0) {
         std::string const socket = Folder() + "/Vellmark.sock";
         ASSERT_EQ(::chmod(socket.c_str(), 0), 0);
         get = Ctl({"--timeout", "0", "get", "sources"});
-    } else if (CanRunAsAnotherUser()) {
+    } else if (ProgramsForAnotherUser::Possible()) {
         ASSERT_EQ(::chmod(Folder().c_str(), 0711), 0);  // others may reach the socket files
-        get = CtlAsNobody("", {"--timeout", "0", "get", "sources"});
+        get = CtlAsNobody({}, {"--timeout", "0", "get", "sources"});
     } else {
         GTEST_SKIP() << "cannot run a program as another user here";
     }
@@ -124,16 +118,17 @@ TEST_F(Scripting, ASocketThisUserMayNotOpenIsToldAtOnce) {
         << get->Errors();
 }
 
-TEST_F(Scripting, AServerOfAnUntrustedUserIsToldAtOnce) {
-    if (!CanRunAsAnotherUser()) GTEST_SKIP() << "cannot run a program as another user here";
+TEST_F(ScriptingAsAnotherUser, AServerOfAnUntrustedUserIsToldAtOnce) {
+    if (!ProgramsForAnotherUser::Possible()) {
+        GTEST_SKIP() << "cannot run a program as another user here";
+    }
     // A folder root owns and user 65534's group may write to: a server of that user can
     // listen there, yet it is neither root nor the folder's owner.
     ASSERT_EQ(::chown(Folder().c_str(), 0, 65534), 0);
     ASSERT_EQ(::chmod(Folder().c_str(), 0770), 0);
-    ChildProcess impostor(
-        kSetpriv, {"--reuid", kNobody, "--regid", kNobody, "--clear-groups", VELLMARKD_PATH, "--db",
-                   Folder() + "/impostor.db", "--new-store", "--runtime-dir", Folder()});
-    ASSERT_TRUE(impostor.WaitForError("vellmarkd: serving", kBound)) << impostor.Errors();
+    auto const impostor = ProgramsForAnotherUser::Get().Start(
+        "vellmarkd", {"--db", Folder() + "/impostor.db", "--new-store", "--runtime-dir", Folder()});
+    ASSERT_TRUE(impostor->WaitForError("vellmarkd: serving", kBound)) << impostor->Errors();
 
     auto get = Ctl({"--timeout", "0", "get", "sources"});
     EXPECT_EQ(get->ExitCode(), 5) << get->Errors();
@@ -141,22 +136,24 @@ TEST_F(Scripting, AServerOfAnUntrustedUserIsToldAtOnce) {
     EXPECT_NE(get->Errors().find("not talking to it"), std::string::npos) << get->Errors();
 }
 
-TEST_F(Scripting, ARefusalByTheCredentialCheckIsToldAtOnce) {
-    if (!CanRunAsAnotherUser()) GTEST_SKIP() << "cannot run a program as another user here";
+TEST_F(ScriptingAsAnotherUser, ARefusalByTheCredentialCheckIsToldAtOnce) {
+    if (!ProgramsForAnotherUser::Possible()) {
+        GTEST_SKIP() << "cannot run a program as another user here";
+    }
     ASSERT_EQ(::chmod(Folder().c_str(), 0711), 0);
     StartService();
     // --timeout 0: only the refusal can end these.
     for (std::vector<std::string> command :
          {std::vector<std::string>{"get", "persons"}, {"subscribe", "presets"}}) {
         command.insert(command.begin(), {"--timeout", "0"});
-        auto refused = CtlAsNobody("0", command);
+        auto refused = CtlAsNobody({0}, command);
         EXPECT_EQ(refused->ExitCode(), 5) << refused->Errors();
         EXPECT_NE(refused->Errors().find(Folder() + "/Vellmark.sock closed the connection at once"),
                   std::string::npos)
             << refused->Errors();
         EXPECT_NE(refused->Errors().find("uid 65534"), std::string::npos) << refused->Errors();
     }
-    auto admin = CtlAsNobody("0", {"--timeout", "0", "admin", "acks"});
+    auto admin = CtlAsNobody({0}, {"--timeout", "0", "admin", "acks"});
     EXPECT_EQ(admin->ExitCode(), 5) << admin->Errors();
     EXPECT_NE(admin->Errors().find("--admin-allow-user"), std::string::npos) << admin->Errors();
 }

@@ -2,29 +2,24 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tests/e2e/ProgramsForAnotherUser.h"
 #include "tests/e2e/ServiceFixture.h"
 
 namespace Vellmark::EndToEnd {
 namespace {
 
-constexpr char kSetpriv[] = "/usr/bin/setpriv";
-constexpr char kNobody[] = "65534";
+class ServiceAccess : public ServiceTest {};
 
-class ServiceAccess : public ServiceTest {
+// Runs vellmarkctl as another user (see ProgramsForAnotherUser.h).
+class ServiceAccessAsAnotherUser : public ServiceTest {
 protected:
-    // True when this machine lets the test run vellmarkctl as another user: as root, with
-    // util-linux's setpriv, on the build's own machine (not under an emulator).
-    static bool CanRunAsAnotherUser() {
-        return ::geteuid() == 0 && ::access(kSetpriv, X_OK) == 0 && kChildLauncher.empty();
-    }
-
     // vellmarkctl as user 65534, a member of group 0 so that it may open the socket file.
     std::unique_ptr<ChildProcess> CtlAsNobody(std::vector<std::string> const& arguments) {
-        std::vector<std::string> words{"--reuid",        kNobody,         "--regid",
-                                       kNobody,          "--groups",      "0",
-                                       VELLMARKCTL_PATH, "--runtime-dir", Folder()};
+        AnotherUser nobody;
+        nobody.groups = {0};
+        std::vector<std::string> words{"--runtime-dir", Folder()};
         words.insert(words.end(), arguments.begin(), arguments.end());
-        auto ctl = std::make_unique<ChildProcess>(kSetpriv, words);
+        auto ctl = ProgramsForAnotherUser::Get().Start("vellmarkctl", words, nobody);
         EXPECT_TRUE(ctl->Wait(kBound).has_value());
         return ctl;
     }
@@ -44,8 +39,10 @@ TEST_F(ServiceAccess, AllowOptionsTakeNumbersAndNamesAndRefuseUnknownOnes) {
     }
 }
 
-TEST_F(ServiceAccess, AnotherUserIsRefusedUnlessAllowedAndTheRefusalIsLoggedOnce) {
-    if (!CanRunAsAnotherUser()) GTEST_SKIP() << "cannot run a program as another user here";
+TEST_F(ServiceAccessAsAnotherUser, AnotherUserIsRefusedUnlessAllowedAndTheRefusalIsLoggedOnce) {
+    if (!ProgramsForAnotherUser::Possible()) {
+        GTEST_SKIP() << "cannot run a program as another user here";
+    }
     ASSERT_EQ(::chmod(Folder().c_str(), 0711), 0);  // others may reach the socket files
     StartService();
     auto refused = CtlAsNobody({"--timeout", "1", "get", "persons"});
@@ -60,7 +57,7 @@ TEST_F(ServiceAccess, AnotherUserIsRefusedUnlessAllowedAndTheRefusalIsLoggedOnce
     EXPECT_EQ(admin->ExitCode(), 5) << admin->Errors();
     StopService();
 
-    StartService(false, {"--allow-user", "nobody", "--admin-allow-user", kNobody});
+    StartService(false, {"--allow-user", "nobody", "--admin-allow-user", "65534"});
     auto allowed = CtlAsNobody({"get", "persons"});
     EXPECT_EQ(allowed->ExitCode(), 0) << allowed->Errors();
     auto acks = CtlAsNobody({"admin", "acks"});

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "platform/ipc/IPCMessageRouterFactory.h"
+#include "tests/e2e/ProgramsForAnotherUser.h"
 #include "tests/e2e/ServiceFixture.h"
 
 namespace Vellmark::EndToEnd {
@@ -76,21 +77,16 @@ TEST_F(StoreSafety, AnotherApplicationsDatabaseIsRefusedEvenWhenANewStoreIsAsked
     ExpectRefused({"--seed", VELLMARK_SEED_PATH}, "not a vellmarkd store");
 }
 
-// The store as another user would see it: started as user 65534 through setpriv when the
-// test runs as root (root may write anything), as itself otherwise.
-class ReadOnlyStore : public StoreSafety {
+// The store as another user would see it: vellmarkd started as user 65534 (see
+// ProgramsForAnotherUser.h) when the test runs as root (root may write anything), as
+// itself otherwise.
+class ReadOnlyStoreAsAnotherUser : public StoreSafety {
 protected:
     static bool AsRoot() { return ::geteuid() == 0; }
-    bool CanRun() const {
-        if (!AsRoot()) return true;
-        return ::access("/usr/bin/setpriv", X_OK) == 0 && kChildLauncher.empty();
-    }
+    bool CanRun() const { return !AsRoot() || ProgramsForAnotherUser::Possible(); }
     std::unique_ptr<ChildProcess> Run(std::vector<std::string> const& arguments) override {
         if (!AsRoot()) return StoreSafety::Run(arguments);
-        std::vector<std::string> words{"--reuid", "65534",          "--regid",
-                                       "65534",   "--clear-groups", VELLMARKD_PATH};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        return std::make_unique<ChildProcess>("/usr/bin/setpriv", words);
+        return ProgramsForAnotherUser::Get().Start("vellmarkd", arguments);
     }
     // Gives the test's files to the user the service runs as.
     void GiveAway(std::string const& path) {
@@ -100,7 +96,7 @@ protected:
     }
 };
 
-TEST_F(ReadOnlyStore, AFileOrAFolderThatCannotBeWrittenIsNamed) {
+TEST_F(ReadOnlyStoreAsAnotherUser, AFileOrAFolderThatCannotBeWrittenIsNamed) {
     if (!CanRun()) GTEST_SKIP() << "cannot run vellmarkd as another user here";
     StartService();
     StopService();

@@ -1,5 +1,6 @@
-// Replays the inputs of the client's receive-path fuzz target: its seeds and every input
-// that once broke it (kept in fuzz/regressions/client_receive).
+// Replays the inputs of the client's receive-path fuzz target: its seeds, its kept corpus
+// (fuzz/corpus/client_receive) and every input that once broke it (kept in
+// fuzz/regressions/client_receive).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -44,10 +45,13 @@ TEST(ReceivedInputs, EverySeedAndRegressionRunsThroughTheReceivePath) {
         if (wanted == reaches.end()) continue;
         for (auto const& text : wanted->second) EXPECT_TRUE(Has(lines, text)) << text;
     }
-    for (auto const& kept : KeptInputs("regressions/client_receive")) {
-        SCOPED_TRACE(kept.name);
-        ExerciseClientReceive(reinterpret_cast<std::uint8_t const*>(kept.bytes.data()),
-                              kept.bytes.size());
+    ASSERT_FALSE(KeptInputs("corpus/client_receive").empty());
+    for (auto const* folder : {"corpus/client_receive", "regressions/client_receive"}) {
+        for (auto const& kept : KeptInputs(folder)) {
+            SCOPED_TRACE(kept.name);
+            ExerciseClientReceive(reinterpret_cast<std::uint8_t const*>(kept.bytes.data()),
+                                  kept.bytes.size());
+        }
     }
 }
 

@@ -1,6 +1,7 @@
-// Replays the inputs of the service's fuzz targets: their seeds, some damage done to the
-// store seeds, and every input that once broke a target (kept in fuzz/regressions/). Under
-// the sanitizer builds this catches again what a fuzzing run found before.
+// Replays the inputs of the service's fuzz targets: their seeds, their kept corpora
+// (fuzz/corpus/), some damage done to the store seeds, and every input that once broke a
+// target (kept in fuzz/regressions/). Under the sanitizer builds this catches again what a
+// fuzzing run found before.
 #include <gtest/gtest.h>
 
 #include "fuzz/KeptInputs.h"
@@ -18,21 +19,25 @@ void Replay(std::vector<Vellmark::Fuzz::ServiceSeeds::Seed> const& seeds, std::s
         SCOPED_TRACE(seed.name);
         exercise(reinterpret_cast<std::uint8_t const*>(seed.bytes.data()), seed.bytes.size());
     }
-    for (auto const& kept : KeptInputs("regressions/" + target)) {
-        SCOPED_TRACE(kept.name);
-        exercise(reinterpret_cast<std::uint8_t const*>(kept.bytes.data()), kept.bytes.size());
+    for (auto const& folder : {"corpus/", "regressions/"}) {
+        for (auto const& kept : KeptInputs(folder + target)) {
+            SCOPED_TRACE(kept.name);
+            exercise(reinterpret_cast<std::uint8_t const*>(kept.bytes.data()), kept.bytes.size());
+        }
     }
 }
 
 TEST(FuzzInputs, EveryRequestSeedIsAnsweredAndTheirRegressionsStayFixed) {
     auto const seeds = Vellmark::Fuzz::ServiceSeeds::ServiceRequestSeeds();
     ASSERT_GE(seeds.size(), 15u);
+    ASSERT_FALSE(KeptInputs("corpus/service_request").empty());
     Replay(seeds, "service_request", ExerciseServiceRequests);
 }
 
 TEST(FuzzInputs, EveryAdminImportSeedIsAnswered) {
     auto const seeds = Vellmark::Fuzz::ServiceSeeds::AdminImportSeeds();
     ASSERT_EQ(seeds.size(), Vellmark::Admin::Resources().size() + 2);
+    ASSERT_FALSE(KeptInputs("corpus/admin_import").empty());
     Replay(seeds, "admin_import", ExerciseAdminImport);
 }
 

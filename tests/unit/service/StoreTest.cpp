@@ -387,3 +387,39 @@ TEST_F(StoreTest, AnExistingFileIsKeptWhenOpeningItFails) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(StoreTest, AStoreInMemoryLeavesNoFileAndTakesBackAnImage) {
+    Store::Options inMemory;
+    inMemory.inMemory = true;
+    Store store(path, inMemory);
+    store.PutResource("presets", "kept");
+    store.PutAccount(Account("a1"));
+    std::string const image = store.Image();
+
+    store.PutResource("presets", "changed");
+    store.DeleteAccount("a1");
+    store.PutAccount(Account("a2"));
+    auto const before = store.Generation();
+    store.Restore(image);
+    EXPECT_NE(store.Generation(), before) << "what was read before may not be kept";
+    EXPECT_EQ(store.Resource("presets"), std::optional<std::string>("kept"));
+    EXPECT_EQ(IdsOf(store.Accounts()), std::vector<std::string>{"a1"});
+    // Written again after a restore, and restored again.
+    store.PutAccount(Account("a3"));
+    store.Restore(image);
+    EXPECT_EQ(IdsOf(store.Accounts()), std::vector<std::string>{"a1"});
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(StoreTest, AStoreInAFileIsNeverReplacedByAnImage) {
+    Store store(path);
+    store.PutResource("presets", "mine");
+    std::string const image = store.Image();
+    store.PutResource("presets", "newer");
+    EXPECT_THROW(store.Restore(image), StoreError);
+    EXPECT_EQ(store.Resource("presets"), std::optional<std::string>("newer"));
+}
+
+}  // namespace

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <ctime>
 #include <stdexcept>
+#include <type_traits>
 
 #include "VellmarkSources.pb.h"
 #include "admin/Sensitivity.h"
@@ -12,6 +13,7 @@
 namespace Vellmark::Service {
 
 using Vellmark::Admin::Masked;
+using Vellmark::Admin::ResourceInfo;
 using Vellmark::Admin::Sensitivity;
 using VellmarkPB::Code;
 using VellmarkPB::MessageId;
@@ -20,17 +22,15 @@ namespace {
 
 char const kProviderGVA[] = "GVA";
 char const kVoiceAssistantType[] = "VPA";
+// The admin's writes answer no request.
+constexpr MessageId kNoRequest = VellmarkPB::VELLMARK_MESSAGE_NONE;
 
 bool IsGVA(VellmarkPB::serviceAccounts const& account) {
     return account.provider() == kProviderGVA;
 }
 
-// The list an account appears in as a source.
-char const* ListOf(VellmarkPB::serviceAccounts const& account) {
-    return IsGVA(account) ? "voice-accounts" : "sources";
-}
-
-Vellmark::Admin::ResourceInfo const& Resource(char const* name) {
+// A resource of the table; its absence is a fault of the build, found at start.
+ResourceInfo const& Resource(char const* name) {
     auto const* resource = Vellmark::Admin::FindResource(name);
     if (!resource) throw std::logic_error(std::string("no resource ") + name);
     return *resource;
@@ -54,6 +54,31 @@ VellmarkPB::VellmarkAcctOpEnvelope AccountSuccess(VellmarkPB::serviceAccounts co
     reply.set_success(true);
     *reply.mutable_account() = account;
     return reply;
+}
+
+std::size_t EnvelopeFrameBytes(unsigned int id, google::protobuf::Message const& message) {
+    IPCMessageEnvelope envelope;
+    envelope.SetPayload(message);
+    return IPCFrameLimit::FrameBytes(id, envelope);
+}
+
+// Refuses accounts without an identifier or with one used twice.
+std::optional<VellmarkPB::Error> CheckAccounts(
+    google::protobuf::RepeatedPtrField<VellmarkPB::serviceAccounts> const& accounts) {
+    std::set<std::string> ids;
+    for (auto const& account : accounts) {
+        if (account.accountid().empty()) {
+            return Refusal(kNoRequest, VellmarkPB::CODE_EMPTY_ACCOUNT_ID,
+                           "a service account without accountID");
+        }
+        if (!ids.insert(account.accountid()).second) {
+            return Refusal(kNoRequest, VellmarkPB::CODE_DUPLICATE_ACCOUNT,
+                           "service account " +
+                               Masked(Sensitivity::AccountId, account.accountid()) +
+                               " appears twice");
+        }
+    }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -80,30 +105,29 @@ std::string Timestamp(std::time_t at) {
     return text;
 }
 
-// Runs `operation`; a ResourceTooLarge becomes `refuse(reason)`, and the changes it noted
-// are forgotten, like everything of its transaction.
-template <class Operation, class Refuse>
-auto RefusingTooLarge(Changes& changed, Operation operation, Refuse refuse)
-    -> decltype(operation()) {
-    Changes const before = changed;
-    try {
-        return operation();
-    } catch (ResourceTooLarge const& error) {
-        changed = before;
-        return refuse(std::string(error.what()));
-    }
-}
-
-std::size_t EnvelopeFrameBytes(unsigned int id, google::protobuf::Message const& message) {
-    IPCMessageEnvelope envelope;
-    envelope.SetPayload(message);
-    return IPCFrameLimit::FrameBytes(id, envelope);
-}
-
 Catalog::Catalog(Store& store, std::size_t maxFrameBytes)
-    : m_store(store), m_maxFrameBytes(maxFrameBytes) {}
+    : m_store(store),
+      m_maxFrameBytes(maxFrameBytes),
+      m_presets(Resource("presets")),
+      m_sources(Resource("sources")),
+      m_voiceAccounts(Resource("voice-accounts")) {}
 
-std::size_t Catalog::FrameBytesOf(Vellmark::Admin::ResourceInfo const& resource,
+template <class Reply, class Write>
+Outcome<Reply> Catalog::Transact(MessageId id, Changes& changed, Write write) {
+    Changes written;
+    Store::Transaction transaction(m_store);
+    Outcome<Reply> outcome = write(written);
+    auto const* reply = std::get_if<Reply>(&outcome);
+    if (!reply) return outcome;
+    if constexpr (std::is_base_of_v<google::protobuf::Message, Reply>) {
+        if (auto refusal = ReplyTooLarge(id, *reply)) return *refusal;
+    }
+    transaction.Commit();
+    changed.insert(written.begin(), written.end());
+    return outcome;
+}
+
+std::size_t Catalog::FrameBytesOf(ResourceInfo const& resource,
                                   google::protobuf::Message const& value) const {
     std::size_t bytes = 0;
     for (unsigned int id : {resource.queryId, resource.updateId}) {
@@ -112,13 +136,13 @@ std::size_t Catalog::FrameBytesOf(Vellmark::Admin::ResourceInfo const& resource,
     return bytes;
 }
 
-void Catalog::CheckReplyFits(unsigned int id, google::protobuf::Message const& reply) const {
+std::optional<VellmarkPB::Error> Catalog::ReplyTooLarge(
+    MessageId id, google::protobuf::Message const& reply) const {
     std::size_t const bytes = EnvelopeFrameBytes(id, reply);
-    if (bytes > m_maxFrameBytes) {
-        throw ResourceTooLarge("the answer would take a frame of " + std::to_string(bytes) +
-                               " bytes, over the frame limit of " +
-                               std::to_string(m_maxFrameBytes));
-    }
+    if (bytes <= m_maxFrameBytes) return std::nullopt;
+    return Refusal(id, VellmarkPB::CODE_RESOURCE_TOO_LARGE,
+                   "the answer would take a frame of " + std::to_string(bytes) +
+                       " bytes, over the frame limit of " + std::to_string(m_maxFrameBytes));
 }
 
 void Catalog::CheckEveryResourceFits() {
@@ -135,8 +159,7 @@ void Catalog::CheckEveryResourceFits() {
     }
 }
 
-std::unique_ptr<google::protobuf::Message> Catalog::Read(
-    Vellmark::Admin::ResourceInfo const& resource) {
+std::unique_ptr<google::protobuf::Message> Catalog::Read(ResourceInfo const& resource) {
     std::unique_ptr<google::protobuf::Message> message(
         google::protobuf::MessageFactory::generated_factory()->GetPrototype(resource.type)->New());
     auto const bytes = m_store.Resource(resource.name);
@@ -146,25 +169,49 @@ std::unique_ptr<google::protobuf::Message> Catalog::Read(
     return message;
 }
 
-void Catalog::Write(Vellmark::Admin::ResourceInfo const& resource,
-                    google::protobuf::Message const& value, Changes& changed) {
+std::optional<VellmarkPB::Error> Catalog::PutResource(MessageId id, ResourceInfo const& resource,
+                                                      google::protobuf::Message const& value,
+                                                      Changes& changed) {
     std::size_t const bytes = FrameBytesOf(resource, value);
     if (bytes > m_maxFrameBytes) {
-        throw ResourceTooLarge(std::string(resource.name) + " would take a frame of " +
-                               std::to_string(bytes) + " bytes, over the frame limit of " +
-                               std::to_string(m_maxFrameBytes) + "; nothing was stored");
+        return Refusal(id, VellmarkPB::CODE_RESOURCE_TOO_LARGE,
+                       std::string(resource.name) + " would take a frame of " +
+                           std::to_string(bytes) + " bytes, over the frame limit of " +
+                           std::to_string(m_maxFrameBytes) + "; nothing was stored");
     }
     m_store.PutResource(resource.name, value.SerializePartialAsString());
     changed.insert(resource.name);
+    return std::nullopt;
+}
+
+ResourceInfo const& Catalog::ListOf(VellmarkPB::serviceAccounts const& account) const {
+    return IsGVA(account) ? m_voiceAccounts : m_sources;
+}
+
+std::optional<VellmarkPB::Error> Catalog::MirrorAsSource(MessageId id, ResourceInfo const& list,
+                                                         VellmarkPB::serviceAccounts const& account,
+                                                         Listing listing, Changes& changed) {
+    VellmarkPB::sources stored;
+    stored.CopyFrom(*Read(list));
+    auto* sources = stored.mutable_source();
+    int found = -1;
+    for (int i = 0; i < sources->size(); ++i) {
+        if (sources->Get(i).id() == account.accountid()) found = i;
+    }
+    if (listing == Listing::Unlisted) {
+        if (found < 0) return std::nullopt;
+        sources->DeleteSubrange(found, 1);
+    } else if (found >= 0) {
+        *sources->Mutable(found) = SourceOf(account);
+    } else {
+        *sources->Add() = SourceOf(account);
+    }
+    return PutResource(id, list, stored, changed);
 }
 
 Outcome<VellmarkPB::VellmarkPresets> Catalog::StorePresets(
     VellmarkPB::VellmarkPresets const& presets, Changes& changed) {
     auto const id = VellmarkPB::VELLMARK_MESSAGE_STORE_PRESETS;
-    auto const& resource = Resource("presets");
-    VellmarkPB::VellmarkPresets stored;
-    stored.CopyFrom(*Read(resource));
-
     std::set<std::string> keys;
     for (auto const& preset : presets.presets()) {
         if (preset.key().empty() || !keys.insert(preset.key()).second) {
@@ -172,6 +219,8 @@ Outcome<VellmarkPB::VellmarkPresets> Catalog::StorePresets(
                            "every preset needs a key of its own; nothing was stored");
         }
     }
+    VellmarkPB::VellmarkPresets stored;
+    stored.CopyFrom(*Read(m_presets));
     for (auto const& preset : presets.presets()) {
         auto place = stored.mutable_presets()->begin();
         auto end = stored.mutable_presets()->end();
@@ -182,56 +231,21 @@ Outcome<VellmarkPB::VellmarkPresets> Catalog::StorePresets(
             stored.add_presets()->CopyFrom(preset);
         }
     }
-    return RefusingTooLarge(
-        changed,
-        [&]() -> Outcome<VellmarkPB::VellmarkPresets> {
-            Store::Transaction transaction(m_store);
-            Write(resource, stored, changed);
-            transaction.Commit();
+    return Transact<VellmarkPB::VellmarkPresets>(
+        id, changed, [&](Changes& written) -> Outcome<VellmarkPB::VellmarkPresets> {
+            if (auto refusal = PutResource(id, m_presets, stored, written)) return *refusal;
             return stored;
-        },
-        [&](std::string const& why) {
-            return Refusal(id, VellmarkPB::CODE_RESOURCE_TOO_LARGE, why);
         });
 }
 
-VellmarkPB::VellmarkAcctOpEnvelope Catalog::AccountFailure(MessageId id, Code code,
-                                                           std::string const& text) {
-    VellmarkPB::VellmarkAcctOpEnvelope reply;
-    reply.set_success(false);
-    *reply.mutable_error() = Refusal(id, code, text);
-    return reply;
-}
-
-void Catalog::MirrorAsSource(char const* resourceName, VellmarkPB::serviceAccounts const& account,
-                             bool remove, Changes& changed) {
-    auto const& resource = Resource(resourceName);
-    VellmarkPB::sources list;
-    list.CopyFrom(*Read(resource));
-    auto* sources = list.mutable_source();
-    int found = -1;
-    for (int i = 0; i < sources->size(); ++i) {
-        if (sources->Get(i).id() == account.accountid()) found = i;
-    }
-    if (remove) {
-        if (found < 0) return;
-        sources->DeleteSubrange(found, 1);
-    } else if (found >= 0) {
-        *sources->Mutable(found) = SourceOf(account);
-    } else {
-        *sources->Add() = SourceOf(account);
-    }
-    Write(resource, list, changed);
-}
-
-VellmarkPB::VellmarkAcctOpEnvelope Catalog::CreateServiceAccount(
+Outcome<VellmarkPB::VellmarkAcctOpEnvelope> Catalog::CreateServiceAccount(
     VellmarkPB::serviceAccounts const& account, Changes& changed) {
     auto const id = VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT;
     if (account.accountid().empty()) {
-        return AccountFailure(id, VellmarkPB::CODE_EMPTY_ACCOUNT_ID, "accountID is empty");
+        return Refusal(id, VellmarkPB::CODE_EMPTY_ACCOUNT_ID, "accountID is empty");
     }
     if (m_store.Account(account.accountid())) {
-        return AccountFailure(
+        return Refusal(
             id, VellmarkPB::CODE_DUPLICATE_ACCOUNT,
             "account " + Masked(Sensitivity::AccountId, account.accountid()) + " exists already");
     }
@@ -240,32 +254,25 @@ VellmarkPB::VellmarkAcctOpEnvelope Catalog::CreateServiceAccount(
     if (!stored.has_createdon()) stored.set_createdon(now);
     stored.set_updatedon(now);
 
-    return RefusingTooLarge(
-        changed,
-        [&] {
-            Store::Transaction transaction(m_store);
+    return Transact<VellmarkPB::VellmarkAcctOpEnvelope>(
+        id, changed, [&](Changes& written) -> Outcome<VellmarkPB::VellmarkAcctOpEnvelope> {
             m_store.PutAccount(stored);
-            MirrorAsSource(ListOf(stored), stored, false, changed);
-            auto reply = AccountSuccess(stored);
-            CheckReplyFits(id, reply);
-            transaction.Commit();
-            return reply;
-        },
-        [&](std::string const& why) {
-            return AccountFailure(id, VellmarkPB::CODE_RESOURCE_TOO_LARGE, why);
+            if (auto refusal = MirrorAsSource(id, ListOf(stored), stored, Listing::Listed, written))
+                return *refusal;
+            return AccountSuccess(stored);
         });
 }
 
-VellmarkPB::VellmarkAcctOpEnvelope Catalog::UpdateServiceAccount(
+Outcome<VellmarkPB::VellmarkAcctOpEnvelope> Catalog::UpdateServiceAccount(
     VellmarkPB::serviceAccounts const& account, Changes& changed) {
     auto const id = VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT;
     if (account.accountid().empty()) {
-        return AccountFailure(id, VellmarkPB::CODE_EMPTY_ACCOUNT_ID, "accountID is empty");
+        return Refusal(id, VellmarkPB::CODE_EMPTY_ACCOUNT_ID, "accountID is empty");
     }
     auto stored = m_store.Account(account.accountid());
     if (!stored) {
-        return AccountFailure(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT,
-                              "no account " + Masked(Sensitivity::AccountId, account.accountid()));
+        return Refusal(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT,
+                       "no account " + Masked(Sensitivity::AccountId, account.accountid()));
     }
     // Fields the update leaves out keep their stored values.
     VellmarkPB::serviceAccounts const before = *stored;
@@ -273,51 +280,49 @@ VellmarkPB::VellmarkAcctOpEnvelope Catalog::UpdateServiceAccount(
     stored->set_createdon(before.createdon());
     stored->set_updatedon(Timestamp());
 
-    return RefusingTooLarge(
-        changed,
-        [&] {
-            Store::Transaction transaction(m_store);
+    return Transact<VellmarkPB::VellmarkAcctOpEnvelope>(
+        id, changed, [&](Changes& written) -> Outcome<VellmarkPB::VellmarkAcctOpEnvelope> {
             m_store.PutAccount(*stored);
             // A change of provider moves the account to the other list.
-            if (std::string(ListOf(before)) != ListOf(*stored)) {
-                MirrorAsSource(ListOf(before), before, true, changed);
+            if (&ListOf(before) != &ListOf(*stored)) {
+                if (auto refusal =
+                        MirrorAsSource(id, ListOf(before), before, Listing::Unlisted, written))
+                    return *refusal;
             }
-            MirrorAsSource(ListOf(*stored), *stored, false, changed);
-            auto reply = AccountSuccess(*stored);
-            CheckReplyFits(id, reply);
-            transaction.Commit();
-            return reply;
-        },
-        [&](std::string const& why) {
-            return AccountFailure(id, VellmarkPB::CODE_RESOURCE_TOO_LARGE, why);
+            if (auto refusal =
+                    MirrorAsSource(id, ListOf(*stored), *stored, Listing::Listed, written))
+                return *refusal;
+            return AccountSuccess(*stored);
         });
 }
 
-VellmarkPB::VellmarkAcctOpEnvelope Catalog::DeleteServiceAccount(
+Outcome<VellmarkPB::VellmarkAcctOpEnvelope> Catalog::DeleteServiceAccount(
     VellmarkPB::VellmarkDeleteSrvcAccount const& request, Changes& changed) {
     auto const id = VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT;
     if (request.accountid().empty()) {
-        return AccountFailure(id, VellmarkPB::CODE_EMPTY_ACCOUNT_ID, "accountID is empty");
+        return Refusal(id, VellmarkPB::CODE_EMPTY_ACCOUNT_ID, "accountID is empty");
     }
     auto stored = m_store.Account(request.accountid());
     if (!stored) {
-        return AccountFailure(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT,
-                              "no account " + Masked(Sensitivity::AccountId, request.accountid()));
+        return Refusal(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT,
+                       "no account " + Masked(Sensitivity::AccountId, request.accountid()));
     }
-    Store::Transaction transaction(m_store);
-    m_store.DeleteAccount(request.accountid());
-    MirrorAsSource(ListOf(*stored), *stored, true, changed);
-    transaction.Commit();
-
-    VellmarkPB::VellmarkAcctOpEnvelope reply;
-    reply.set_success(true);
-    auto* deleted = reply.mutable_delaccount();
-    deleted->set_accountid(request.accountid());
-    deleted->set_code(0);
-    deleted->set_subcode(0);
-    deleted->set_status(0);
-    deleted->set_message("account deleted");
-    return reply;
+    return Transact<VellmarkPB::VellmarkAcctOpEnvelope>(
+        id, changed, [&](Changes& written) -> Outcome<VellmarkPB::VellmarkAcctOpEnvelope> {
+            m_store.DeleteAccount(request.accountid());
+            if (auto refusal =
+                    MirrorAsSource(id, ListOf(*stored), *stored, Listing::Unlisted, written))
+                return *refusal;
+            VellmarkPB::VellmarkAcctOpEnvelope reply;
+            reply.set_success(true);
+            auto* deleted = reply.mutable_delaccount();
+            deleted->set_accountid(request.accountid());
+            deleted->set_code(0);
+            deleted->set_subcode(0);
+            deleted->set_status(0);
+            deleted->set_message("account deleted");
+            return reply;
+        });
 }
 
 Outcome<VellmarkPB::serviceAccounts> Catalog::CreateGVAAccount(
@@ -336,10 +341,8 @@ Outcome<VellmarkPB::serviceAccounts> Catalog::CreateGVAAccount(
                                " has a GVA account already");
         }
     }
-    return RefusingTooLarge(
-        changed,
-        [&]() -> Outcome<VellmarkPB::serviceAccounts> {
-            Store::Transaction transaction(m_store);
+    return Transact<VellmarkPB::serviceAccounts>(
+        id, changed, [&](Changes& written) -> Outcome<VellmarkPB::serviceAccounts> {
             VellmarkPB::serviceAccounts account = request;
             account.set_accountid("gva-" + std::to_string(m_store.NextNumber("gva")));
             account.set_provider(kProviderGVA);
@@ -348,13 +351,10 @@ Outcome<VellmarkPB::serviceAccounts> Catalog::CreateGVAAccount(
             account.set_createdon(now);
             account.set_updatedon(now);
             m_store.PutAccount(account);
-            MirrorAsSource("voice-accounts", account, false, changed);
-            CheckReplyFits(id, account);
-            transaction.Commit();
+            if (auto refusal =
+                    MirrorAsSource(id, m_voiceAccounts, account, Listing::Listed, written))
+                return *refusal;
             return account;
-        },
-        [&](std::string const& why) {
-            return Refusal(id, VellmarkPB::CODE_RESOURCE_TOO_LARGE, why);
         });
 }
 
@@ -369,18 +369,20 @@ Outcome<VellmarkPB::VellmarkDeleteGVA> Catalog::DeleteGVAAccount(
         return Refusal(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT,
                        "no GVA account " + Masked(Sensitivity::AccountId, request.accountid()));
     }
-    Store::Transaction transaction(m_store);
-    m_store.DeleteAccount(request.accountid());
-    MirrorAsSource("voice-accounts", *stored, true, changed);
-    transaction.Commit();
-
-    VellmarkPB::VellmarkDeleteGVA reply;
-    reply.set_accountid(request.accountid());
-    reply.set_code(0);
-    reply.set_subcode(0);
-    reply.set_status(0);
-    reply.set_message("GVA account deleted");
-    return reply;
+    return Transact<VellmarkPB::VellmarkDeleteGVA>(
+        id, changed, [&](Changes& written) -> Outcome<VellmarkPB::VellmarkDeleteGVA> {
+            m_store.DeleteAccount(request.accountid());
+            if (auto refusal =
+                    MirrorAsSource(id, m_voiceAccounts, *stored, Listing::Unlisted, written))
+                return *refusal;
+            VellmarkPB::VellmarkDeleteGVA reply;
+            reply.set_accountid(request.accountid());
+            reply.set_code(0);
+            reply.set_subcode(0);
+            reply.set_status(0);
+            reply.set_message("GVA account deleted");
+            return reply;
+        });
 }
 
 Outcome<VellmarkPB::serviceAccounts> Catalog::UpdateGVAAssistantDeviceId(
@@ -391,28 +393,57 @@ Outcome<VellmarkPB::serviceAccounts> Catalog::UpdateGVAAssistantDeviceId(
         return Refusal(id, VellmarkPB::CODE_EMPTY_ASSISTANT_DEVICE_ID,
                        "assistantDeviceId is empty");
     }
-    return RefusingTooLarge(
-        changed,
-        [&]() -> Outcome<VellmarkPB::serviceAccounts> {
+    return Transact<VellmarkPB::serviceAccounts>(
+        id, changed, [&](Changes& written) -> Outcome<VellmarkPB::serviceAccounts> {
             std::optional<VellmarkPB::serviceAccounts> first;
-            Store::Transaction transaction(m_store);
             std::string const now = Timestamp();
             for (auto account : m_store.Accounts()) {
                 if (!IsGVA(account)) continue;
                 account.mutable_attributes()->set_assistantdeviceid(deviceId);
                 account.set_updatedon(now);
                 m_store.PutAccount(account);
-                MirrorAsSource("voice-accounts", account, false, changed);
+                if (auto refusal =
+                        MirrorAsSource(id, m_voiceAccounts, account, Listing::Listed, written))
+                    return *refusal;
                 if (!first) first = account;
             }
             if (!first) return Refusal(id, VellmarkPB::CODE_UNKNOWN_ACCOUNT, "no GVA account");
-            CheckReplyFits(id, *first);
-            transaction.Commit();
             return *first;
-        },
-        [&](std::string const& why) {
-            return Refusal(id, VellmarkPB::CODE_RESOURCE_TOO_LARGE, why);
         });
+}
+
+Outcome<Written> Catalog::Put(ResourceInfo const& resource, google::protobuf::Message const& value,
+                              Changes& changed) {
+    return Transact<Written>(kNoRequest, changed, [&](Changes& written) -> Outcome<Written> {
+        if (auto refusal = PutResource(kNoRequest, resource, value, written)) return *refusal;
+        return Written{};
+    });
+}
+
+Outcome<Written> Catalog::Seed(Vellmark::Admin::StoreDocument const& document, Changes& changed) {
+    if (auto refusal = CheckAccounts(document.serviceaccounts())) return *refusal;
+    return Transact<Written>(kNoRequest, changed, [&](Changes& written) -> Outcome<Written> {
+        auto const* reflection = document.GetReflection();
+        for (auto const& resource : Vellmark::Admin::Resources()) {
+            auto const* field = document.GetDescriptor()->FindFieldByName(resource.documentField);
+            if (auto refusal = PutResource(kNoRequest, resource,
+                                           reflection->GetMessage(document, field), written))
+                return *refusal;
+        }
+        m_store.DeleteAllAccounts();
+        for (auto const& account : document.serviceaccounts()) m_store.PutAccount(account);
+        return Written{};
+    });
+}
+
+Outcome<Written> Catalog::PutAccounts(Vellmark::Admin::ServiceAccountList const& accounts) {
+    if (auto refusal = CheckAccounts(accounts.serviceaccounts())) return *refusal;
+    Changes none;  // accounts are no resource: nothing to push
+    return Transact<Written>(kNoRequest, none, [&](Changes&) -> Outcome<Written> {
+        m_store.DeleteAllAccounts();
+        for (auto const& account : accounts.serviceaccounts()) m_store.PutAccount(account);
+        return Written{};
+    });
 }
 
 Vellmark::Admin::StoreDocument Catalog::Export() {
@@ -427,51 +458,10 @@ Vellmark::Admin::StoreDocument Catalog::Export() {
     return document;
 }
 
-namespace {
-
-// Refuses accounts without an identifier or with one used twice.
-void CheckAccounts(
-    google::protobuf::RepeatedPtrField<VellmarkPB::serviceAccounts> const& accounts) {
-    std::set<std::string> ids;
-    for (auto const& account : accounts) {
-        if (account.accountid().empty()) {
-            throw std::invalid_argument("a service account without accountID");
-        }
-        if (!ids.insert(account.accountid()).second) {
-            throw std::invalid_argument("service account " +
-                                        Masked(Sensitivity::AccountId, account.accountid()) +
-                                        " appears twice");
-        }
-    }
-}
-
-}  // namespace
-
-void Catalog::Seed(Vellmark::Admin::StoreDocument const& document, Changes& changed) {
-    CheckAccounts(document.serviceaccounts());
-    auto const* reflection = document.GetReflection();
-    Store::Transaction transaction(m_store);
-    for (auto const& resource : Vellmark::Admin::Resources()) {
-        auto const* field = document.GetDescriptor()->FindFieldByName(resource.documentField);
-        Write(resource, reflection->GetMessage(document, field), changed);
-    }
-    m_store.DeleteAllAccounts();
-    for (auto const& account : document.serviceaccounts()) m_store.PutAccount(account);
-    transaction.Commit();
-}
-
 Vellmark::Admin::ServiceAccountList Catalog::Accounts() {
     Vellmark::Admin::ServiceAccountList list;
     for (auto const& account : m_store.Accounts()) *list.add_serviceaccounts() = account;
     return list;
-}
-
-void Catalog::PutAccounts(Vellmark::Admin::ServiceAccountList const& accounts) {
-    CheckAccounts(accounts.serviceaccounts());
-    Store::Transaction transaction(m_store);
-    m_store.DeleteAllAccounts();
-    for (auto const& account : accounts.serviceaccounts()) m_store.PutAccount(account);
-    transaction.Commit();
 }
 
 }  // namespace Vellmark::Service

@@ -7,12 +7,14 @@ using namespace Vellmark::ServiceTest;
 namespace {
 
 using Vellmark::Service::Timestamp;
+using Reply = VellmarkPB::VellmarkAcctOpEnvelope;
 
 TEST_F(CatalogTest, CreateServiceAccountRefusesAnEmptyAccountId) {
     Changes changed;
-    auto const reply = catalog.CreateServiceAccount(ServiceAccount("", "Nameless"), changed);
-    EXPECT_FALSE(reply.success());
-    ExpectRefusal(reply.error(), VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT,
+    auto const outcome = catalog.CreateServiceAccount(ServiceAccount("", "Nameless"), changed);
+    ASSERT_TRUE(std::holds_alternative<VellmarkPB::Error>(outcome));
+    ExpectRefusal(std::get<VellmarkPB::Error>(outcome),
+                  VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT,
                   VellmarkPB::CODE_EMPTY_ACCOUNT_ID);
     EXPECT_TRUE(changed.empty());
     EXPECT_TRUE(store.Accounts().empty());
@@ -23,9 +25,10 @@ TEST_F(CatalogTest, CreateServiceAccountRefusesAnAccountIdInUse) {
     Create(ServiceAccount("a-1", "Original"));
     auto const before = catalog.Export();
     Changes changed;
-    auto const reply = catalog.CreateServiceAccount(ServiceAccount("a-1", "Intruder"), changed);
-    EXPECT_FALSE(reply.success());
-    ExpectRefusal(reply.error(), VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT,
+    auto const outcome = catalog.CreateServiceAccount(ServiceAccount("a-1", "Intruder"), changed);
+    ASSERT_TRUE(std::holds_alternative<VellmarkPB::Error>(outcome));
+    ExpectRefusal(std::get<VellmarkPB::Error>(outcome),
+                  VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT,
                   VellmarkPB::CODE_DUPLICATE_ACCOUNT);
     EXPECT_TRUE(changed.empty());
     ExpectSame(before, catalog.Export());
@@ -35,11 +38,11 @@ TEST_F(CatalogTest, CreateServiceAccountRefusesAnAccountIdInUse) {
 TEST_F(CatalogTest, CreateServiceAccountStampsItAndListsItAsASource) {
     std::string const before = Timestamp();
     Changes changed;
-    auto const reply = catalog.CreateServiceAccount(ServiceAccount("a-1", "Music"), changed);
+    auto const outcome = catalog.CreateServiceAccount(ServiceAccount("a-1", "Music"), changed);
     std::string const after = Timestamp();
 
-    ASSERT_TRUE(reply.success());
-    auto const& created = reply.account();
+    ASSERT_TRUE(std::holds_alternative<Reply>(outcome) && std::get<Reply>(outcome).success());
+    auto const& created = std::get<Reply>(outcome).account();
     EXPECT_EQ(created.accountid(), "a-1");
     EXPECT_EQ(created.name(), "Music");
     // ISO 8601 text in UTC sorts as time does.
@@ -72,9 +75,10 @@ TEST_F(CatalogTest, UpdateServiceAccountRefusesAnUnknownAccountAndWritesNothing)
     Create(ServiceAccount("a-1"));
     auto const before = catalog.Export();
     Changes changed;
-    auto const reply = catalog.UpdateServiceAccount(ServiceAccount("a-2", "Ghost"), changed);
-    EXPECT_FALSE(reply.success());
-    ExpectRefusal(reply.error(), VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT,
+    auto const outcome = catalog.UpdateServiceAccount(ServiceAccount("a-2", "Ghost"), changed);
+    ASSERT_TRUE(std::holds_alternative<VellmarkPB::Error>(outcome));
+    ExpectRefusal(std::get<VellmarkPB::Error>(outcome),
+                  VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT,
                   VellmarkPB::CODE_UNKNOWN_ACCOUNT);
     EXPECT_TRUE(changed.empty());
     ExpectSame(before, catalog.Export());
@@ -83,9 +87,10 @@ TEST_F(CatalogTest, UpdateServiceAccountRefusesAnUnknownAccountAndWritesNothing)
 
 TEST_F(CatalogTest, UpdateServiceAccountRefusesAnEmptyAccountId) {
     Changes changed;
-    auto const reply = catalog.UpdateServiceAccount(ServiceAccount("", "Ghost"), changed);
-    EXPECT_FALSE(reply.success());
-    ExpectRefusal(reply.error(), VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT,
+    auto const outcome = catalog.UpdateServiceAccount(ServiceAccount("", "Ghost"), changed);
+    ASSERT_TRUE(std::holds_alternative<VellmarkPB::Error>(outcome));
+    ExpectRefusal(std::get<VellmarkPB::Error>(outcome),
+                  VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT,
                   VellmarkPB::CODE_EMPTY_ACCOUNT_ID);
     EXPECT_TRUE(changed.empty());
     EXPECT_TRUE(store.Accounts().empty());
@@ -104,13 +109,13 @@ TEST_F(CatalogTest, UpdateServiceAccountKeepsWhatItLeavesOut) {
     update.set_createdon("1999-01-01T00:00:00Z");
     std::string const before = Timestamp();
     Changes changed;
-    auto const reply = catalog.UpdateServiceAccount(update, changed);
+    auto const outcome = catalog.UpdateServiceAccount(update, changed);
     std::string const after = Timestamp();
 
-    ASSERT_TRUE(reply.success());
+    ASSERT_TRUE(std::holds_alternative<Reply>(outcome) && std::get<Reply>(outcome).success());
     auto const stored = store.Account("a-1");
     ASSERT_TRUE(stored.has_value());
-    ExpectSame(reply.account(), *stored);
+    ExpectSame(std::get<Reply>(outcome).account(), *stored);
     EXPECT_EQ(stored->name(), "New name");
     EXPECT_EQ(stored->tokens().refreshtoken(), "refresh");
     EXPECT_EQ(stored->provider(), "SPOTIFY");
@@ -131,7 +136,8 @@ TEST_F(CatalogTest, UpdateServiceAccountKeepsTheAccountsPlace) {
     Create(ServiceAccount("b"));
     Create(ServiceAccount("c"));
     Changes changed;
-    ASSERT_TRUE(catalog.UpdateServiceAccount(ServiceAccount("a", "renamed"), changed).success());
+    ASSERT_TRUE(std::holds_alternative<Reply>(
+        catalog.UpdateServiceAccount(ServiceAccount("a", "renamed"), changed)));
     EXPECT_EQ(AccountIds(), (std::vector<std::string>{"a", "b", "c"}));
     EXPECT_EQ(SourceIds("sources"), (std::vector<std::string>{"a", "b", "c"}));
 }
@@ -142,9 +148,10 @@ TEST_F(CatalogTest, DeleteServiceAccountRefusesAnUnknownAccount) {
     VellmarkPB::VellmarkDeleteSrvcAccount request;
     request.set_accountid("a-2");
     Changes changed;
-    auto const reply = catalog.DeleteServiceAccount(request, changed);
-    EXPECT_FALSE(reply.success());
-    ExpectRefusal(reply.error(), VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT,
+    auto const outcome = catalog.DeleteServiceAccount(request, changed);
+    ASSERT_TRUE(std::holds_alternative<VellmarkPB::Error>(outcome));
+    ExpectRefusal(std::get<VellmarkPB::Error>(outcome),
+                  VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT,
                   VellmarkPB::CODE_UNKNOWN_ACCOUNT);
     EXPECT_TRUE(changed.empty());
     ExpectSame(before, catalog.Export());
@@ -156,9 +163,9 @@ TEST_F(CatalogTest, DeleteServiceAccountRemovesTheAccountAndItsSource) {
     VellmarkPB::VellmarkDeleteSrvcAccount request;
     request.set_accountid("a-1");
     Changes changed;
-    auto const reply = catalog.DeleteServiceAccount(request, changed);
-    ASSERT_TRUE(reply.success());
-    EXPECT_EQ(reply.delaccount().accountid(), "a-1");
+    auto const outcome = catalog.DeleteServiceAccount(request, changed);
+    ASSERT_TRUE(std::holds_alternative<Reply>(outcome) && std::get<Reply>(outcome).success());
+    EXPECT_EQ(std::get<Reply>(outcome).delaccount().accountid(), "a-1");
     EXPECT_FALSE(store.Account("a-1").has_value());
     EXPECT_EQ(AccountIds(), std::vector<std::string>{"a-2"});
     EXPECT_EQ(SourceIds("sources"), std::vector<std::string>{"a-2"});
@@ -169,10 +176,11 @@ TEST_F(CatalogTest, DeleteServiceAccountRemovesTheAccountAndItsSource) {
 TEST_F(CatalogTest, AnAccountMadeGVAByAnUpdateLeavesNoSourceBehindWhenDeleted) {
     Create(ServiceAccount("s-1", "Music"));
     Changes changed;
-    ASSERT_TRUE(catalog.UpdateServiceAccount(ServiceAccount("s-1", "", "GVA"), changed).success());
+    ASSERT_TRUE(std::holds_alternative<Reply>(
+        catalog.UpdateServiceAccount(ServiceAccount("s-1", "", "GVA"), changed)));
     VellmarkPB::VellmarkDeleteSrvcAccount request;
     request.set_accountid("s-1");
-    ASSERT_TRUE(catalog.DeleteServiceAccount(request, changed).success());
+    ASSERT_TRUE(std::holds_alternative<Reply>(catalog.DeleteServiceAccount(request, changed)));
     EXPECT_FALSE(store.Account("s-1").has_value());
     EXPECT_TRUE(SourceIds("voice-accounts").empty());
     EXPECT_TRUE(SourceIds("sources").empty());

@@ -6,12 +6,20 @@ using namespace Vellmark::ServiceTest;
 
 namespace {
 
-TEST_F(CatalogTest, WriteReplacesAResourceAndReportsIt) {
+using Vellmark::Service::Written;
+
+// The text of the refusal in `outcome`, or "" when it went through.
+std::string RefusalText(Vellmark::Service::Outcome<Written> const& outcome) {
+    auto const* refusal = std::get_if<VellmarkPB::Error>(&outcome);
+    return refusal ? refusal->message() : "";
+}
+
+TEST_F(CatalogTest, PutReplacesAResourceAndReportsIt) {
     VellmarkPB::ProductSettings settings;
     settings.set_name("Den");
     Changes changed;
     auto const& resource = *Vellmark::Admin::FindResource("product-settings");
-    catalog.Write(resource, settings, changed);
+    ASSERT_TRUE(std::holds_alternative<Written>(catalog.Put(resource, settings, changed)));
     EXPECT_EQ(changed, Changes{"product-settings"});
     ExpectSame(settings, *catalog.Read(resource));
 }
@@ -73,7 +81,7 @@ TEST_F(CatalogTest, SeedRefusesAnAccountWithoutIdAndChangesNothing) {
     *document.add_serviceaccounts() = ServiceAccount("fine");
     *document.add_serviceaccounts() = ServiceAccount("");
     Changes refused;
-    EXPECT_THROW(catalog.Seed(document, refused), std::invalid_argument);
+    EXPECT_EQ(RefusalText(catalog.Seed(document, refused)), "a service account without accountID");
     EXPECT_TRUE(refused.empty());
     ExpectSame(before, catalog.Export());
 }
@@ -86,7 +94,8 @@ TEST_F(CatalogTest, SeedRefusesARepeatedAccountIdAndChangesNothing) {
     *document.add_serviceaccounts() = ServiceAccount("twice", "one");
     *document.add_serviceaccounts() = ServiceAccount("twice", "two");
     Changes refused;
-    EXPECT_THROW(catalog.Seed(document, refused), std::invalid_argument);
+    EXPECT_NE(RefusalText(catalog.Seed(document, refused)).find("appears twice"),
+              std::string::npos);
     EXPECT_TRUE(refused.empty());
     ExpectSame(before, catalog.Export());
 }
@@ -106,7 +115,7 @@ TEST_F(CatalogTest, PutAccountsRefusesAnAccountWithoutIdAndChangesNothing) {
     Vellmark::Admin::ServiceAccountList list;
     *list.add_serviceaccounts() = ServiceAccount("new");
     *list.add_serviceaccounts() = ServiceAccount("");
-    EXPECT_THROW(catalog.PutAccounts(list), std::invalid_argument);
+    EXPECT_EQ(RefusalText(catalog.PutAccounts(list)), "a service account without accountID");
     EXPECT_EQ(AccountIds(), std::vector<std::string>{"kept"});
 }
 
@@ -115,7 +124,7 @@ TEST_F(CatalogTest, PutAccountsRefusesARepeatedAccountIdAndChangesNothing) {
     Vellmark::Admin::ServiceAccountList list;
     *list.add_serviceaccounts() = ServiceAccount("twice");
     *list.add_serviceaccounts() = ServiceAccount("twice");
-    EXPECT_THROW(catalog.PutAccounts(list), std::invalid_argument);
+    EXPECT_NE(RefusalText(catalog.PutAccounts(list)).find("appears twice"), std::string::npos);
     EXPECT_EQ(AccountIds(), std::vector<std::string>{"kept"});
 }
 

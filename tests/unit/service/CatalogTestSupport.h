@@ -138,9 +138,14 @@ protected:
     }
     VellmarkPB::serviceAccounts Create(VellmarkPB::serviceAccounts const& account) {
         Changes changed;
-        auto const reply = catalog.CreateServiceAccount(account, changed);
-        EXPECT_TRUE(reply.success()) << reply.error().message();
-        return reply.account();
+        auto const outcome = catalog.CreateServiceAccount(account, changed);
+        auto const* reply = std::get_if<VellmarkPB::VellmarkAcctOpEnvelope>(&outcome);
+        if (!reply) {
+            ADD_FAILURE() << std::get<VellmarkPB::Error>(outcome).message();
+            return {};
+        }
+        EXPECT_TRUE(reply->success());
+        return reply->account();
     }
     VellmarkPB::serviceAccounts CreateGVA(std::string const& person) {
         Changes changed;

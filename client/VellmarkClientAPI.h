@@ -120,13 +120,13 @@ private:
     void StoreOnTask(char const* function, char const* entry, char const* posted,
                      Callback<T> const& callback, Callback<T> VellmarkClientAPI::*slot, Then then);
 
-    // The resources, one row each (internal/Resources.h), and the code that reads them.
+    // The resources, one row each (internal/Resources.h, shaped in internal/ResourceRows.h),
+    // and the code that reads them.
     template <class T>
     struct QueryRow;
     template <class T>
     struct SubscriptionRow;
     struct ErrorRow;
-    enum class AckLines;
     struct Resources;
 
     // Queries (Queries.cpp): the operation, and the handling of its reply.

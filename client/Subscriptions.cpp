@@ -1,5 +1,7 @@
 // The eight subscriptions, their replay after a connection, and the handling and
 // acknowledgement of their updates, on the rows of internal/Resources.h.
+// The log texts here, irregular as some of them look, are part of the library's contract
+// and asserted verbatim by the tests: keep them exactly as they are.
 #include "client/VellmarkClientAPI.h"
 #include "client/internal/LogLine.h"
 #include "client/internal/Resources.h"

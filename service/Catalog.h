@@ -27,6 +27,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <variant>
 
 #include "Errors.pb.h"
@@ -129,6 +130,22 @@ private:
     Vellmark::Admin::ResourceInfo const& m_sources;
     Vellmark::Admin::ResourceInfo const& m_voiceAccounts;
 };
+
+// Here for both files of the Catalog's writes (Catalog.cpp, CatalogAccounts.cpp).
+template <class Reply, class Write>
+Outcome<Reply> Catalog::Transact(VellmarkPB::MessageId id, Changes& changed, Write write) {
+    Changes written;
+    Store::Transaction transaction(m_store);
+    Outcome<Reply> outcome = write(written);
+    auto const* reply = std::get_if<Reply>(&outcome);
+    if (!reply) return outcome;
+    if constexpr (std::is_base_of_v<google::protobuf::Message, Reply>) {
+        if (auto refusal = ReplyTooLarge(id, *reply)) return *refusal;
+    }
+    transaction.Commit();
+    changed.insert(written.begin(), written.end());
+    return outcome;
+}
 
 // An Error with code 6, `code` as subcode, the request's identifier and `text`.
 VellmarkPB::Error Refusal(VellmarkPB::MessageId id, VellmarkPB::Code code, std::string const& text);

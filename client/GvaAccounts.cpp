@@ -1,5 +1,7 @@
 // Voice-assistant (GVA) accounts. Success is the direct reply; failure comes as an Error
 // notification of its own, so both callbacks are kept in the client's slots.
+// The log texts here, irregular as some of them look, are part of the library's contract
+// and asserted verbatim by the tests: keep them exactly as they are.
 #include "client/VellmarkClientAPI.h"
 #include "client/internal/AccountOperation.h"
 #include "client/internal/CallIfSet.h"

@@ -7,9 +7,10 @@
 
 template <class T>
 void VellmarkClientAPI::Query(QueryRow<T> const& row, Callback<T> const& callback) {
-    StoreOnTask(row.operation, row.entry, row.posted, callback, row.slot, [this, &row] {
-        SendOrDefer(DPrint::Flow, row.queued, [this, &row] {
-            if (row.sending) LogLine(DPrint::Flow, "operator()", row.sending);
+    auto const& texts = row.texts;
+    StoreOnTask(texts.operation, texts.entry, texts.posted, callback, row.slot, [this, &row] {
+        SendOrDefer(DPrint::Flow, row.texts.queued, [this, &row] {
+            if (row.texts.sending) LogLine(DPrint::Flow, "operator()", row.texts.sending);
             m_router->SendRequest(row.id, T(), OnTask(row.handler));
         });
     });
@@ -17,10 +18,11 @@ void VellmarkClientAPI::Query(QueryRow<T> const& row, Callback<T> const& callbac
 
 template <class T>
 void VellmarkClientAPI::AcceptReply(QueryRow<T> const& row, T const& message) {
-    if (row.replyTellsIfEmpty) {
-        LogLine(DPrint::Flow, row.handlerName, row.reply, !(this->*row.slot));
+    auto const& texts = row.texts;
+    if (texts.replyTellsIfEmpty) {
+        LogLine(DPrint::Flow, texts.handler, texts.reply, !(this->*row.slot));
     } else {
-        LogLine(DPrint::Flow, row.handlerName, row.reply);
+        LogLine(DPrint::Flow, texts.handler, texts.reply);
     }
     row.dump(*this, message);
     CallIfSet(this->*row.slot, message);

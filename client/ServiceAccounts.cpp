@@ -1,5 +1,7 @@
 // Creating, updating and deleting service accounts. The callbacks travel with each request
 // in its reply binding, so concurrent requests each get their own answer.
+// The log texts here, irregular as some of them look, are part of the library's contract
+// and asserted verbatim by the tests: keep them exactly as they are.
 #include "client/VellmarkClientAPI.h"
 #include "client/internal/AccountOperation.h"
 #include "client/internal/CallIfSet.h"

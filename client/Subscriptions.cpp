@@ -1,5 +1,7 @@
 // The eight subscriptions, their replay after a connection, and the handling and
 // acknowledgement of their updates, on the rows of internal/Resources.h.
+// The log texts here, irregular as some of them look, are part of the library's contract
+// and asserted verbatim by the tests: keep them exactly as they are.
 #include "client/VellmarkClientAPI.h"
 #include "client/internal/LogLine.h"
 #include "client/internal/Resources.h"
@@ -20,13 +22,14 @@ std::string UpdateDescription(VellmarkPB::MessageId id) {
 
 template <class T>
 void VellmarkClientAPI::Subscribe(SubscriptionRow<T> const& row, Callback<T> const& callback) {
-    StoreOnTask(row.operation, row.entry, row.posted, callback, row.slot, [this, &row] {
+    auto const& texts = row.texts;
+    StoreOnTask(texts.operation, texts.entry, texts.posted, callback, row.slot, [this, &row] {
         if (!m_router) {
-            LogLine(row.queuedLevel, "operator()", row.queued);
+            LogLine(row.texts.queued.level, "operator()", row.texts.queued.text);
             m_pendingAttachIds.push_back(row.id);
             return;
         }
-        if (row.attaching) LogLine(DPrint::Flow, "operator()", row.attaching);
+        if (row.texts.attaching) LogLine(DPrint::Flow, "operator()", row.texts.attaching);
         AttachHandler(row.id, row.handler);
     });
 }
@@ -34,7 +37,7 @@ void VellmarkClientAPI::Subscribe(SubscriptionRow<T> const& row, Callback<T> con
 template <class T>
 void VellmarkClientAPI::AttachQueued(SubscriptionRow<T> const& row) {
     if (!row.replayed) return;
-    LogLine(row.replayLevel, "AttachToIPCServer", row.replayLine);
+    LogLine(row.texts.replay.level, "AttachToIPCServer", row.texts.replay.text);
     AttachHandler(row.id, row.handler);
     // Hands the subscriber the current value at once, through the interface.
     if (row.asksCurrentValue)
@@ -43,29 +46,28 @@ void VellmarkClientAPI::AttachQueued(SubscriptionRow<T> const& row) {
 
 template <class T>
 void VellmarkClientAPI::AcceptUpdate(SubscriptionRow<T> const& row, T const& update) {
-    if (row.heading) LogLine(row.headingLevel, row.handlerName, row.heading);
+    auto const& texts = row.texts;
+    if (texts.heading.text) LogLine(texts.heading.level, texts.handler, texts.heading.text);
     if (row.dump) row.dump(*this, update);
     Callback<T> const& callback = this->*row.slot;
     if (!callback) return;
     callback(update);
+    if (!row.acknowledged) return;
     auto const id = static_cast<VellmarkPB::MessageId>(row.id);
-    switch (row.ack) {
-        case AckLines::None:
-            return;
-        case AckLines::AnnouncedThenSent:
+    switch (texts.ack) {
+        case Vellmark::Client::AckLines::AnnouncedThenSent:
             // The description looks the name up and builds a string: only for a written line.
-            if (VellmarkClientLog().IsLog(row.announceLevel)) {
-                LogLine(row.announceLevel, row.handlerName,
+            if (VellmarkClientLog().IsLog(texts.announceLevel)) {
+                LogLine(texts.announceLevel, texts.handler,
                         "subscriber with message: ", UpdateDescription(id));
             }
             SendCloudSyncReceived(id);
-            LogLine(DPrint::Flow, row.handlerName,
-                    "Sent VELLMARK_MESSAGE_CLOUDSYNC_RECEIVED event");
+            LogLine(DPrint::Flow, texts.handler, "Sent VELLMARK_MESSAGE_CLOUDSYNC_RECEIVED event");
             return;
-        case AckLines::SentToServer:
+        case Vellmark::Client::AckLines::SentToServer:
             SendCloudSyncReceived(id);
             if (VellmarkClientLog().IsLog(DPrint::Flow)) {
-                LogLine(DPrint::Flow, row.handlerName,
+                LogLine(DPrint::Flow, texts.handler,
                         "Sent CloudSync received response to server: ", UpdateDescription(id));
             }
             return;

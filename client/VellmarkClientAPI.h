@@ -126,13 +126,13 @@ private:
     void StoreOnTask(char const* function, char const* entry, char const* posted,
                      Callback<T> const& callback, Callback<T> VellmarkClientAPI::*slot, Then then);
 
-    // The resources, one row each (internal/Resources.h), and the code that reads them.
+    // The resources, one row each (internal/Resources.h, shaped in internal/ResourceRows.h),
+    // and the code that reads them.
     template <class T>
     struct QueryRow;
     template <class T>
     struct SubscriptionRow;
     struct ErrorRow;
-    enum class AckLines;
     struct Resources;
 
     // Queries (Queries.cpp): the operation, and the handling of its reply.
@@ -257,7 +257,10 @@ private:
     std::vector<int> m_pendingAttachIds;
     std::list<std::function<void()>> m_deferredCalls;
     std::shared_ptr<IPCMessageRouterIF> m_router;
-    std::shared_ptr<void> m_frameworkHandle;  // held for the framework; never set here
+    // Held for the framework and never set here; kept for the object's layout: the class is
+    // exported, and programs built against it rely on its size and on where the members
+    // after this one lie.
+    std::shared_ptr<void> m_frameworkHandle;
     std::shared_ptr<IL::ClientListenerIF> m_listener;
 
     Callback<VellmarkPB::sources> m_sourcesSubscriber;
@@ -278,7 +281,9 @@ private:
     Callback<VellmarkPB::Error> m_gvaCreateErrorCallback;
     Callback<VellmarkPB::Error> m_gvaDeleteErrorCallback;
     Callback<VellmarkPB::Error> m_gvaUpdateErrorCallback;
-    std::array<Callback<google::protobuf::Message>, 6> m_spareSlots;  // kept empty
+    // Kept empty, for the object's layout: the slots after them stay where programs built
+    // against this exported class expect them.
+    std::array<Callback<google::protobuf::Message>, 6> m_spareSlots;
     Callback<VellmarkPB::sources> m_getMspHostAccountsCallback;
     Callback<VellmarkPB::sources> m_mspHostAccountsSubscriber;
     Callback<VellmarkPB::VellmarkGroups> m_getGroupsCallback;

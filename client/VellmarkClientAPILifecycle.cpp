@@ -1,4 +1,6 @@
 // Construction, connection, disconnection and the standing notification attachments.
+// The log texts here, and the version text, are part of the library's contract and
+// asserted verbatim by the tests, irregular as some of them look.
 #include <chrono>
 
 #include "client/VellmarkClientAPI.h"
@@ -9,6 +11,9 @@
 
 namespace {
 
+// The version text logged at construction is a fixed text of the library's contract (the
+// tests assert it verbatim), not a commit of this repository; the programs print the
+// build's own version instead.
 char const kVersion[] = "v3.1.6-0-g14567ae-dirty";
 char const kListenerName[] = "VellmarkClientAPIListener";
 char const kServiceName[] = "Vellmark";

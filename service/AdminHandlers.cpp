@@ -35,6 +35,14 @@ std::optional<Vellmark::Admin::Reply> RefusedIfMasked(google::protobuf::Message 
     return Refused(Vellmark::Admin::DescribeMaskedValue(*masked) + "; nothing was stored");
 }
 
+// The reply to a write of the Catalog's: its refusal, or `done`.
+Vellmark::Admin::Reply ReplyTo(Outcome<Written> const& outcome, Vellmark::Admin::Reply done) {
+    if (auto const* refusal = std::get_if<VellmarkPB::Error>(&outcome)) {
+        return Refused(refusal->message());
+    }
+    return done;
+}
+
 }  // namespace
 
 void VellmarkService::HandleAdmin(IPCRequest const& request) {
@@ -53,8 +61,14 @@ void VellmarkService::HandleAdmin(IPCRequest const& request) {
     auto step = m_adminSlices.Receive(request.session->Id(), command);
     // A slice, or its acknowledgement: cut already, it goes as it is.
     if (!step.run) return SendAdmin(request, step.reply);
-    if (step.run->has_push()) return StartPush(*step.run, request, limit);
-    RespondAdmin(request, RunAdmin(*step.run, request.session), limit);
+    // The one place where a failing store ends an admin command.
+    try {
+        if (step.run->has_push()) return StartPush(*step.run, request, limit);
+        RespondAdmin(request, RunAdmin(*step.run, request.session), limit);
+    } catch (StoreError const& error) {
+        Log().Log(DPrint::Error, "admin request failed: %s", error.what());
+        RespondAdmin(request, Refused("the service's store failed: " + error.Reason()), limit);
+    }
 }
 
 void VellmarkService::RespondAdmin(IPCRequest const& request, Vellmark::Admin::Reply const& reply,
@@ -83,13 +97,7 @@ void VellmarkService::StartPush(Vellmark::Admin::Request const& command, IPCRequ
             request, Refused("clients do not acknowledge " + push.resource() + " updates"), limit);
     }
     if (m_push) m_push->Abandon();  // its requester hears so; this one takes over
-    IPCMessageEnvelope update;
-    try {
-        update = QueryAnswer(*resource);
-    } catch (StoreError const& error) {
-        return RespondAdmin(request, Refused("the service's store failed: " + error.Reason()),
-                            limit);
-    }
+    IPCMessageEnvelope const update = QueryAnswer(*resource);
     Vellmark::Admin::PushReport identity;
     identity.set_resource(resource->name);
     identity.set_messageid(resource->updateId);
@@ -124,45 +132,38 @@ void VellmarkService::EndFinishedPush() {
 Vellmark::Admin::Reply VellmarkService::RunAdmin(Vellmark::Admin::Request const& command,
                                                  std::shared_ptr<IPCServerSession> const& session) {
     bool const pretty = command.pretty();
-    try {
-        switch (command.command_case()) {
-            case Vellmark::Admin::Request::kPut:
-                return Put(command.put());
-            case Vellmark::Admin::Request::kGet:
-                return Get(command.get(), pretty);
-            case Vellmark::Admin::Request::kListClients:
-                return Ok(Vellmark::Json::Print(Clients(), pretty));
-            case Vellmark::Admin::Request::kListAcknowledgements:
-                return Ok(Vellmark::Json::Print(m_acknowledgements.Report(), pretty));
-            case Vellmark::Admin::Request::kFailNext:
-                return FailNext(command.failnext());
-            case Vellmark::Admin::Request::kDelay:
-                m_faults.SetDelay(std::chrono::milliseconds(command.delay().milliseconds()),
-                                  command.delay().messageid());
-                Log().Log(DPrint::Flow, "replies %s delayed by %u ms",
-                          command.delay().messageid() ? "of one identifier" : "all",
-                          command.delay().milliseconds());
-                return Ok();
-            case Vellmark::Admin::Request::kDropConnections:
-                return Ok("{\"dropped\":" + std::to_string(DropConnections()) + "}");
-            case Vellmark::Admin::Request::kExportStore:
-                return Ok(Vellmark::Json::Print(m_catalog.Export(), pretty));
-            case Vellmark::Admin::Request::kSeed:
-                return Seed(command.seed());
-            case Vellmark::Admin::Request::kMonitor:
-                m_monitor.Add(session);
-                return Ok();
-            case Vellmark::Admin::Request::kPush:  // answered later, by StartPush
-            case Vellmark::Admin::Request::kPart:
-            case Vellmark::Admin::Request::kNextPart:
-            case Vellmark::Admin::Request::COMMAND_NOT_SET:
-                break;
-        }
-    } catch (StoreError const& error) {
-        Log().Log(DPrint::Error, "admin request failed: %s", error.what());
-        return Refused("the service's store failed: " + error.Reason());
-    } catch (std::invalid_argument const& error) {
-        return Refused(error.what());
+    switch (command.command_case()) {
+        case Vellmark::Admin::Request::kPut:
+            return Put(command.put());
+        case Vellmark::Admin::Request::kGet:
+            return Get(command.get(), pretty);
+        case Vellmark::Admin::Request::kListClients:
+            return Ok(Vellmark::Json::Print(Clients(), pretty));
+        case Vellmark::Admin::Request::kListAcknowledgements:
+            return Ok(Vellmark::Json::Print(m_acknowledgements.Report(), pretty));
+        case Vellmark::Admin::Request::kFailNext:
+            return FailNext(command.failnext());
+        case Vellmark::Admin::Request::kDelay:
+            m_faults.SetDelay(std::chrono::milliseconds(command.delay().milliseconds()),
+                              command.delay().messageid());
+            Log().Log(DPrint::Flow, "replies %s delayed by %u ms",
+                      command.delay().messageid() ? "of one identifier" : "all",
+                      command.delay().milliseconds());
+            return Ok();
+        case Vellmark::Admin::Request::kDropConnections:
+            return Ok("{\"dropped\":" + std::to_string(DropConnections()) + "}");
+        case Vellmark::Admin::Request::kExportStore:
+            return Ok(Vellmark::Json::Print(m_catalog.Export(), pretty));
+        case Vellmark::Admin::Request::kSeed:
+            return Seed(command.seed());
+        case Vellmark::Admin::Request::kMonitor:
+            m_monitor.Add(session);
+            return Ok();
+        case Vellmark::Admin::Request::kPush:  // answered later, by StartPush
+        case Vellmark::Admin::Request::kPart:
+        case Vellmark::Admin::Request::kNextPart:
+        case Vellmark::Admin::Request::COMMAND_NOT_SET:
+            break;
     }
     return Refused("an admin request without a command");
 }
@@ -173,9 +174,12 @@ Vellmark::Admin::Reply VellmarkService::Put(Vellmark::Admin::Put const& put) {
         std::string const problem = Vellmark::Json::Parse(put.json(), accounts);
         if (!problem.empty()) return Refused(problem);
         if (auto refused = RefusedIfMasked(accounts)) return *refused;
-        m_catalog.PutAccounts(accounts);
-        Log().Log(DPrint::Flow, "service accounts replaced (%d)", accounts.serviceaccounts_size());
-        return Ok();
+        auto const outcome = m_catalog.PutAccounts(accounts);
+        if (std::holds_alternative<Written>(outcome)) {
+            Log().Log(DPrint::Flow, "service accounts replaced (%d)",
+                      accounts.serviceaccounts_size());
+        }
+        return ReplyTo(outcome, Ok());
     }
     auto const* resource = Vellmark::Admin::FindResource(put.resource());
     if (!resource) return Refused("no resource \"" + put.resource() + "\"");
@@ -185,14 +189,12 @@ Vellmark::Admin::Reply VellmarkService::Put(Vellmark::Admin::Put const& put) {
     if (!problem.empty()) return Refused(problem);
     if (auto refused = RefusedIfMasked(*value)) return *refused;
     Changes changed;
-    {
-        Store::Transaction transaction(m_store);
-        m_catalog.Write(*resource, *value, changed);
-        transaction.Commit();
+    auto const outcome = m_catalog.Put(*resource, *value, changed);
+    if (std::holds_alternative<Written>(outcome)) {
+        Log().Log(DPrint::Flow, "%s replaced", resource->name);
+        Broadcast(changed);
     }
-    Log().Log(DPrint::Flow, "%s replaced", resource->name);
-    Broadcast(changed);
-    return Ok();
+    return ReplyTo(outcome, Ok());
 }
 
 Vellmark::Admin::Reply VellmarkService::Get(Vellmark::Admin::Get const& get, bool pretty) {
@@ -229,10 +231,12 @@ Vellmark::Admin::Reply VellmarkService::Seed(Vellmark::Admin::Seed const& seed) 
     if (!problem.empty()) return Refused(problem);
     if (auto refused = RefusedIfMasked(document)) return *refused;
     Changes changed;
-    m_catalog.Seed(document, changed);
-    Log().Log(DPrint::Flow, "store seeded");
-    Broadcast(changed);
-    return Ok();
+    auto const outcome = m_catalog.Seed(document, changed);
+    if (std::holds_alternative<Written>(outcome)) {
+        Log().Log(DPrint::Flow, "store seeded");
+        Broadcast(changed);
+    }
+    return ReplyTo(outcome, Ok());
 }
 
 Vellmark::Admin::ClientList VellmarkService::Clients() const {

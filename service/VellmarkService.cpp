@@ -1,11 +1,12 @@
 #include "service/VellmarkService.h"
 
 #include <future>
+#include <stdexcept>
 
 #include "VellmarkMessageId.pb.h"
-#include "VellmarkServiceAccounts.pb.h"
 #include "admin/Json.h"
 #include "platform/task/BreakThread.h"
+#include "service/ServiceLog.h"
 
 namespace Vellmark::Service {
 
@@ -23,37 +24,6 @@ VellmarkPB::Error InternalError(unsigned int id, std::string const& text) {
     return error;
 }
 
-// The identifier of the Error notification that fails a GVA request, or 0.
-unsigned int GVAErrorId(unsigned int id) {
-    switch (id) {
-        case VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE:
-            return VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE_ERROR;
-        case VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE:
-            return VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE_ERROR;
-        case VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_DEVICE_ID:
-            return VellmarkPB::VELLMARK_MESSAGE_GVA_UPDATE_ERROR;
-        default:
-            return 0;
-    }
-}
-
-bool IsServiceAccountOperation(unsigned int id) {
-    return id == VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT ||
-           id == VellmarkPB::VELLMARK_MESSAGE_UPDATE_SERVICE_ACCOUNT ||
-           id == VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT;
-}
-
-// Decodes the request's payload as `message`: false when its type name is another one or
-// its bytes do not parse.
-bool Decode(IPCRequest const& request, google::protobuf::Message& message) {
-    auto const& envelope = request.envelope;
-    if (envelope.has_payload_type_name() &&
-        envelope.payload_type_name() != message.GetDescriptor()->name()) {
-        return false;
-    }
-    return envelope.GetPayload(message);
-}
-
 IPCMessageEnvelope EnvelopeOf(google::protobuf::Message const& message) {
     IPCMessageEnvelope envelope;
     envelope.SetPayload(message);
@@ -63,8 +33,7 @@ IPCMessageEnvelope EnvelopeOf(google::protobuf::Message const& message) {
 }  // namespace
 
 DPrint& VellmarkService::Log() {
-    static DPrint log("vellmarkd");
-    return log;
+    return ServiceLog();
 }
 
 VellmarkService::VellmarkService(std::string const& dbPath,
@@ -75,6 +44,13 @@ VellmarkService::VellmarkService(std::string const& dbPath,
       m_store(dbPath, settings.store),
       m_catalog(m_store, m_maxFrameBytes),
       m_task("vellmarkd") {
+    // Every request the tools know of is served, as they expect it to be.
+    auto const disagreements = Disagreements(RequestTable());
+    if (!disagreements.empty()) {
+        std::string text = "the request table and MessageTable disagree:";
+        for (auto const& line : disagreements) text += "\n  " + line;
+        throw std::logic_error(text);
+    }
     if (auto const mode = m_store.TightenedFrom()) {
         Log().Log(DPrint::Warning,
                   "the store %s was readable by group or others (mode %03o); made it private "
@@ -83,7 +59,10 @@ VellmarkService::VellmarkService(std::string const& dbPath,
     }
     if (seed) {
         Changes changed;
-        m_catalog.Seed(*seed, changed);
+        auto const seeded = m_catalog.Seed(*seed, changed);
+        if (auto const* refusal = std::get_if<VellmarkPB::Error>(&seeded)) {
+            throw std::invalid_argument(refusal->message());
+        }
     }
     // What the store holds must be sendable: written with a larger frame limit, it is not.
     m_catalog.CheckEveryResourceFits();
@@ -198,22 +177,45 @@ void VellmarkService::HandleRequest(IPCRequest const& request) {
                   Vellmark::Admin::MessageName(request.id).c_str(),
                   static_cast<unsigned long long>(request.session->Id()));
     }
-    if (ApplyFault(request)) return;
+    auto const* row = FindRequest(request.id);
+    if (ApplyFault(request, row)) return;
+    if (!row) return RefuseUnknown(request);
     try {
-        if (auto const* resource = Vellmark::Admin::ResourceOfQuery(request.id)) {
-            HandleQuery(request, *resource);
-        } else if (request.id == VellmarkPB::VELLMARK_MESSAGE_STORE_PRESETS) {
-            HandleStorePresets(request);
-        } else if (IsServiceAccountOperation(request.id)) {
-            HandleServiceAccount(request);
-        } else if (GVAErrorId(request.id) != 0) {
-            HandleGVA(request);
-        } else {
-            RefuseUnknown(request);
-        }
+        Serve(request, *row);
     } catch (StoreError const& error) {
         Log().Log(DPrint::Error, "request %u failed: %s", request.id, error.what());
-        Fail(request, InternalError(request.id, "the service's store failed: " + error.Reason()));
+        Refuse(request, *row,
+               InternalError(request.id, "the service's store failed: " + error.Reason()));
+    }
+}
+
+void VellmarkService::Serve(IPCRequest const& request, RequestRow const& row) {
+    // A query's content does not matter: the identifier names the resource.
+    if (row.query) return Answer(request, QueryAnswer(*row.query));
+    Changes changed;
+    auto const outcome =
+        row.write(m_catalog, static_cast<MessageId>(request.id), request.envelope, changed);
+    if (auto const* refusal = std::get_if<VellmarkPB::Error>(&outcome)) {
+        Log().Log(DPrint::Flow, "request %u refused: %s", request.id, refusal->message().c_str());
+        return Refuse(request, row, *refusal);
+    }
+    Answer(request, std::get<IPCMessageEnvelope>(outcome));
+    Broadcast(changed);
+}
+
+void VellmarkService::Refuse(IPCRequest const& request, RequestRow const& row,
+                             VellmarkPB::Error const& error) {
+    switch (row.route) {
+        case RefusalRoute::InReply: {
+            VellmarkPB::VellmarkAcctOpEnvelope reply;
+            reply.set_success(false);
+            *reply.mutable_error() = error;
+            return Answer(request, reply);
+        }
+        case RefusalRoute::Notification:
+            return NotifyRequester(request, row.errorId, error);
+        case RefusalRoute::None:
+            return;  // queries and preset storage have no error path: the client hears nothing
     }
 }
 
@@ -233,7 +235,7 @@ void VellmarkService::RefuseUnknown(IPCRequest const& request) {
                    "the service serves no request under identifier " + std::to_string(request.id)));
 }
 
-bool VellmarkService::ApplyFault(IPCRequest const& request) {
+bool VellmarkService::ApplyFault(IPCRequest const& request, RequestRow const* row) {
     auto failure = m_faults.Take(request.id);
     if (!failure) return false;
     if (!failure->error) {
@@ -243,97 +245,8 @@ bool VellmarkService::ApplyFault(IPCRequest const& request) {
     VellmarkPB::Error error = *failure->error;
     if (!error.has_messageid()) error.set_messageid(static_cast<MessageId>(request.id));
     Log().Log(DPrint::Flow, "request %u failed, as asked", request.id);
-    Fail(request, error);
+    if (row) Refuse(request, *row, error);
     return true;
-}
-
-void VellmarkService::Fail(IPCRequest const& request, VellmarkPB::Error const& error) {
-    if (IsServiceAccountOperation(request.id)) {
-        VellmarkPB::VellmarkAcctOpEnvelope reply;
-        reply.set_success(false);
-        *reply.mutable_error() = error;
-        Answer(request, reply);
-    } else if (unsigned int const errorId = GVAErrorId(request.id)) {
-        NotifyRequester(request, errorId, error);
-    }
-    // Queries and preset storage have no error path: the client hears nothing.
-}
-
-void VellmarkService::HandleQuery(IPCRequest const& request,
-                                  Vellmark::Admin::ResourceInfo const& resource) {
-    // The request's content does not matter: the identifier names the resource.
-    Answer(request, QueryAnswer(resource));
-}
-
-void VellmarkService::HandleStorePresets(IPCRequest const& request) {
-    VellmarkPB::VellmarkPresets presets;
-    if (!Decode(request, presets)) {
-        Log().Log(DPrint::Warning, "presets to store do not parse; the stored ones are answered");
-        presets.Clear();
-    }
-    Changes changed;
-    auto const outcome = m_catalog.StorePresets(presets, changed);
-    if (auto const* refusal = std::get_if<VellmarkPB::Error>(&outcome)) {
-        // The operation has no error path: the answer is the stored list, unchanged.
-        Log().Log(DPrint::Warning, "presets refused: %s", refusal->message().c_str());
-        Answer(request, *m_catalog.Read(*Vellmark::Admin::FindResource("presets")));
-        return;
-    }
-    Answer(request, std::get<VellmarkPB::VellmarkPresets>(outcome));
-    Broadcast(changed);
-}
-
-void VellmarkService::HandleServiceAccount(IPCRequest const& request) {
-    Changes changed;
-    VellmarkPB::VellmarkAcctOpEnvelope reply;
-    auto const refusal = [&request] {
-        return Refusal(static_cast<MessageId>(request.id), VellmarkPB::CODE_INVALID_INPUT,
-                       "the request does not parse");
-    };
-    if (request.id == VellmarkPB::VELLMARK_MESSAGE_DELETE_SERVICE_ACCOUNT) {
-        VellmarkPB::VellmarkDeleteSrvcAccount deletion;
-        if (!Decode(request, deletion)) return Fail(request, refusal());
-        reply = m_catalog.DeleteServiceAccount(deletion, changed);
-    } else {
-        VellmarkPB::serviceAccounts account;
-        if (!Decode(request, account)) return Fail(request, refusal());
-        reply = request.id == VellmarkPB::VELLMARK_MESSAGE_CREATE_SERVICE_ACCOUNT
-                    ? m_catalog.CreateServiceAccount(account, changed)
-                    : m_catalog.UpdateServiceAccount(account, changed);
-    }
-    if (!reply.success()) {
-        Log().Log(DPrint::Flow, "request %u refused: %s", request.id,
-                  reply.error().message().c_str());
-    }
-    Answer(request, reply);
-    Broadcast(changed);
-}
-
-void VellmarkService::HandleGVA(IPCRequest const& request) {
-    Changes changed;
-    auto const refusal = Refusal(static_cast<MessageId>(request.id), VellmarkPB::CODE_INVALID_INPUT,
-                                 "the request does not parse");
-    // Sends the success as the reply, a refusal on the identifier's error path.
-    auto const conclude = [&](auto const& outcome) {
-        if (auto const* error = std::get_if<VellmarkPB::Error>(&outcome)) {
-            Log().Log(DPrint::Flow, "request %u refused: %s", request.id, error->message().c_str());
-            Fail(request, *error);
-        } else {
-            Answer(request, std::get<0>(outcome));
-        }
-    };
-    if (request.id == VellmarkPB::VELLMARK_MESSAGE_GVA_DELETE) {
-        VellmarkPB::VellmarkDeleteGVA deletion;
-        if (!Decode(request, deletion)) return Fail(request, refusal);
-        conclude(m_catalog.DeleteGVAAccount(deletion, changed));
-    } else {
-        VellmarkPB::serviceAccounts account;
-        if (!Decode(request, account)) return Fail(request, refusal);
-        conclude(request.id == VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE
-                     ? m_catalog.CreateGVAAccount(account, changed)
-                     : m_catalog.UpdateGVAAssistantDeviceId(account, changed));
-    }
-    Broadcast(changed);
 }
 
 void VellmarkService::HandleOneWay(std::shared_ptr<IPCServerSession> const& session,

@@ -24,6 +24,7 @@
 #include "service/Catalog.h"
 #include "service/DelayedRunner.h"
 #include "service/Faults.h"
+#include "service/RequestTable.h"
 #include "service/TrafficMonitor.h"
 #include "service/UpdatePush.h"
 #include "service/store/Store.h"
@@ -47,7 +48,9 @@ public:
     };
 
     // Opens the store at `dbPath` (StoreError), replaces its content with `seed` when
-    // given, and serves both endpoints (std::system_error when a socket cannot be made).
+    // given (std::invalid_argument when the seed is refused), and serves both endpoints
+    // (std::system_error when a socket cannot be made). Throws std::logic_error when its
+    // request table and MessageTable disagree.
     VellmarkService(std::string const& dbPath, std::optional<Vellmark::Admin::StoreDocument> seed,
                     Settings settings = Settings());
     // Stops.
@@ -77,7 +80,7 @@ public:
     std::string const& ServicePath() const { return m_server->Path(); }
     std::string const& AdminPath() const { return m_admin->Path(); }
 
-    // The service's logger, "vellmarkd".
+    // The service's logger, "vellmarkd" (ServiceLog.h).
     static DPrint& Log();
 
 private:
@@ -87,20 +90,18 @@ private:
         std::uint64_t requests = 0;
     };
 
-    // Product endpoint, on the task.
+    // Product endpoint, on the task: each request is served as its row of the request
+    // table says (RequestTable.h); a failing store refuses it.
     void HandleRequest(IPCRequest const& request);
-    void HandleQuery(IPCRequest const& request, Vellmark::Admin::ResourceInfo const& resource);
-    void HandleStorePresets(IPCRequest const& request);
-    void HandleServiceAccount(IPCRequest const& request);
-    void HandleGVA(IPCRequest const& request);
+    void Serve(IPCRequest const& request, RequestRow const& row);
     void HandleOneWay(std::shared_ptr<IPCServerSession> const& session, unsigned int id,
                       IPCMessageEnvelope const& envelope);
     // Answers a request under an identifier the service does not serve.
     void RefuseUnknown(IPCRequest const& request);
     // Fails `request` as planned; false when nothing was planned for it.
-    bool ApplyFault(IPCRequest const& request);
-    // Fails `request` with `error`, on the error path of its identifier.
-    void Fail(IPCRequest const& request, VellmarkPB::Error const& error);
+    bool ApplyFault(IPCRequest const& request, RequestRow const* row);
+    // Sends `error`, the refusal of `request`, where its row's route takes it.
+    void Refuse(IPCRequest const& request, RequestRow const& row, VellmarkPB::Error const& error);
 
     // Answers, after the delay asked for its identifier.
     void Answer(IPCRequest const& request, google::protobuf::Message const& reply);

@@ -1,4 +1,6 @@
 // The dump of the persons list: each entry's key is the person, its value the role.
+// The log texts here, irregular as some of them look, are part of the library's contract
+// and asserted verbatim by the tests: keep them exactly as they are.
 #include "client/VellmarkClientAPI.h"
 #include "client/internal/LogLine.h"
 

@@ -1,4 +1,6 @@
 // The field-by-field dump of the product settings.
+// The log texts here, irregular as some of them look, are part of the library's contract
+// and asserted verbatim by the tests: keep them exactly as they are.
 #include <iomanip>
 
 #include "client/VellmarkClientAPI.h"

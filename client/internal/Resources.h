@@ -1,342 +1,143 @@
 #pragma once
 // The client's resources, one row each: what a query or a subscription of that resource
-// sends, stores, logs, dumps and acknowledges. Query, Subscribe, the replay of
-// subscriptions in Connected and the reply and update handlers read the rows, so each
-// operation's own texts and exceptions stand here and nowhere else.
+// sends under which identifier, where it keeps the caller's callback, which handler takes
+// its replies or updates and how it dumps them; its texts stand in internal/ResourceTexts.h.
+// Query, Subscribe, the replay of subscriptions in Connected and the reply and update
+// handlers read the rows, so each operation's own particulars stand here and nowhere else.
 #include "client/VellmarkClientAPI.h"
-
-// A one-shot query (GetSources and its six siblings) and its reply handler.
-template <class T>
-struct VellmarkClientAPI::QueryRow {
-    unsigned int id;
-    Callback<T> VellmarkClientAPI::*slot;
-    // The reply handler, and its name: the function of its line.
-    void (VellmarkClientAPI::*handler)(T const&);
-    char const* handlerName;
-    // The operation's name: the function of its entry line.
-    char const* operation;
-    // Lines of the operation at level 2; null where it logs nothing at that step.
-    char const* entry;
-    char const* posted;
-    char const* queued;
-    char const* sending;
-    // The reply handler's line at level 2, and whether it ends with "is the stored
-    // callback empty" (1 or 0).
-    char const* reply;
-    bool replyTellsIfEmpty;
-    // The dump of a reply.
-    void (*dump)(VellmarkClientAPI& client, T const& message);
-};
-
-// How the update handler tells of its acknowledgement.
-enum class VellmarkClientAPI::AckLines {
-    None,  // nothing is acknowledged
-    // "subscriber with message: <name> received update. Message id= <id>" before it (at the
-    // row's level), "Sent VELLMARK_MESSAGE_CLOUDSYNC_RECEIVED event" after it
-    AnnouncedThenSent,
-    // "Sent CloudSync received response to server: <name> received update..." after it
-    SentToServer,
-};
-
-// A subscription (SubscribeSourcesRequest and its seven siblings), its standing attachment
-// and its update handler.
-template <class T>
-struct VellmarkClientAPI::SubscriptionRow {
-    int id;
-    Callback<T> VellmarkClientAPI::*slot;
-    // The update handler, and its name: the function of its lines.
-    void (VellmarkClientAPI::*handler)(T const&);
-    char const* handlerName;
-    // The operation's name: the function of its entry line.
-    char const* operation;
-    // Lines of the operation; null where it logs nothing at that step.
-    char const* entry;
-    char const* posted;
-    char const* queued;
-    DPrint::Level queuedLevel;
-    char const* attaching;
-    // The replay of a subscription made while disconnected (AttachToIPCServer): whether it
-    // is replayed at all, its line, and whether it then asks for the current value.
-    bool replayed;
-    char const* replayLine;
-    DPrint::Level replayLevel;
-    bool asksCurrentValue;
-    // The update handler: its first line (null: none), the dump (null: none), then, when
-    // the caller's callback is set, the acknowledgement and its lines.
-    char const* heading;
-    DPrint::Level headingLevel;
-    void (*dump)(VellmarkClientAPI& client, T const& update);
-    AckLines ack;
-    DPrint::Level announceLevel;  // of the line before it, for AnnouncedThenSent
-};
-
-// A standing attachment that is no subscription: the GVA error notifications.
-struct VellmarkClientAPI::ErrorRow {
-    int id;
-    void (VellmarkClientAPI::*handler)(VellmarkPB::Error const&);
-    char const* attachLine;
-};
+#include "client/internal/ResourceRows.h"
+#include "client/internal/ResourceTexts.h"
 
 struct VellmarkClientAPI::Resources {
     using C = VellmarkClientAPI;
 
-    static constexpr char kQueuedToServer[] = "Not connected, queuing Attach call to Server: ";
+    // The dumps of replies and updates.
+    static void DumpSources(C& client, VellmarkPB::sources const& message) {
+        client.PrintSourcesProtobuf(message, kDumpLevel);
+    }
+    static void DumpGroups(C& client, VellmarkPB::VellmarkGroups const& message) {
+        client.PrintGroupsProtobuf(message, kDumpLevel);
+    }
+    static void DumpProductSettings(C& client, VellmarkPB::ProductSettings const& message) {
+        client.PrintProductSettingsProtobuff(message);  // takes its own copy
+    }
+    static void DumpPersons(C& client, VellmarkPB::persons const& message) {
+        client.PrintPersonsInfoProtobuff(message);
+    }
+    static void DumpPresets(C& client, VellmarkPB::VellmarkPresets const& message) {
+        client.PrintPresets(message);
+    }
 
-    static constexpr QueryRow<VellmarkPB::sources> kSourcesQuery{
-        VellmarkPB::VELLMARK_MESSAGE_GET_SOURCES,
-        &C::m_getSourcesCallback,
-        &C::AcceptSourcesAPI,
-        "AcceptSourcesAPI",
-        "GetSources",
-        "GetSources",
-        "lambda in GetSources",
-        "Not connected, queuing Attach call to AcceptSourcesAPI",
-        "connected, Attaching request to AcceptSourcesAPI",
-        "AcceptSourcesAPI",
-        false,
-        [](C& c, VellmarkPB::sources const& m) { c.PrintSourcesProtobuf(m, kDumpLevel); }};
-    static constexpr QueryRow<VellmarkPB::sources> kVoiceAccountsQuery{
-        VellmarkPB::VELLMARK_MESSAGE_GET_VOICE_ACCOUNTS,
-        &C::m_getVoiceAccountsCallback,
-        &C::AcceptVoiceAccountsAPI,
-        "AcceptVoiceAccountsAPI",
-        "GetVoiceAccounts",
-        "GetVoiceAccounts",
-        nullptr,
-        "Not connected, queuing Attach call to AcceptVoiceAccountsAPI",
-        "connected, Attaching request to AcceptVoiceAccountsAPI",
-        "AcceptVoiceAccountsAPI. Printing received Voice Accounts",
-        false,
-        [](C& c, VellmarkPB::sources const& m) { c.PrintSourcesProtobuf(m, kDumpLevel); }};
-    static constexpr QueryRow<VellmarkPB::sources> kMspHostAccountsQuery{
-        VellmarkPB::VELLMARK_MESSAGE_GET_MSP_HOST_ACCOUNTS,
-        &C::m_getMspHostAccountsCallback,
-        &C::AcceptMspHostAccountsAPI,
-        "AcceptMspHostAccountsAPI",
-        "GetMspHostAccounts",
-        "GetMspHostAccounts",
-        nullptr,
-        "Not connected, queuing Attach call to GetMspHostAccounts",
-        "connected, Attaching request to GetMspHostAccounts",
-        "AcceptMspHostAccountsAPI. Printing received MspHost Accounts. Cb.empty=",
-        true,
-        [](C& c, VellmarkPB::sources const& m) { c.PrintSourcesProtobuf(m, kDumpLevel); }};
-    static constexpr QueryRow<VellmarkPB::ProductSettings> kProductSettingsQuery{
-        VellmarkPB::VELLMARK_MESSAGE_GET_PRODUCT_SETTINGS, &C::m_getProductSettingsCallback,
-        &C::AcceptProductSettingsAPI, "AcceptProductSettingsAPI", "GetProductSettings",
-        "GetProductSettings", "lambda in GetProductSettings",
-        "Not connected, queuing Attach call to AcceptProductSettingsAPI",
-        "connected, Attaching request to AcceptProductSettingsAPI", "AcceptProductSettingsAPI",
-        false,
-        // The dump takes its own copy.
-        [](C& c, VellmarkPB::ProductSettings const& m) { c.PrintProductSettingsProtobuff(m); }};
-    static constexpr QueryRow<VellmarkPB::persons> kPersonsQuery{
-        VellmarkPB::VELLMARK_MESSAGE_GET_PERSONS,
-        &C::m_getPersonsInfoCallback,
-        &C::AcceptPersonsInfoAPI,
-        "AcceptPersonsInfoAPI",
-        "GetPersonsInfo",
-        "GetPersonsInfo",
-        "lambda function in GetPersonInfo",
-        "Not connected, queuing Attach call to AcceptPersonsInfoAPI",
-        "connected, Attaching request to AcceptPersonsInfoAPI",
-        "AcceptPersonsInfoAPI - persons info: ",
-        false,
-        [](C& c, VellmarkPB::persons const& m) { c.PrintPersonsInfoProtobuff(m); }};
-    static constexpr QueryRow<VellmarkPB::VellmarkGroups> kGroupsQuery{
-        VellmarkPB::VELLMARK_MESSAGE_GET_GROUPS,
-        &C::m_getGroupsCallback,
-        &C::AcceptVellmarkGroupsAPI,
-        "AcceptVellmarkGroupsAPI",
-        "GetGroups",
-        nullptr,
-        nullptr,
-        "Not connected, queuing Attach call to GetGroups",
-        nullptr,
-        "AcceptVellmarkGroupsAPI. Printing received Groups",
-        false,
-        [](C& c, VellmarkPB::VellmarkGroups const& m) { c.PrintGroupsProtobuf(m, kDumpLevel); }};
-    static constexpr QueryRow<VellmarkPB::VellmarkPresets> kPresetsQuery{
-        VellmarkPB::VELLMARK_MESSAGE_GET_PRESETS,
-        &C::m_getPresetsCallback,
-        &C::AcceptPresetsAPI,
-        "AcceptPresetsAPI",
-        "GetPresets",
-        "GetPresets",
-        nullptr,
-        "Not connected, queuing Attach call to AcceptPresetsAPI",
-        "connected, Attaching request to AcceptPresetsAPI",
-        "AcceptPresetsAPI",
-        false,
-        [](C& c, VellmarkPB::VellmarkPresets const& m) { c.PrintPresets(m); }};
+    static constexpr auto kSourcesQuery =
+        QueryRow<VellmarkPB::sources>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_GET_SOURCES)
+            .Slot(&C::m_getSourcesCallback)
+            .Handler(&C::AcceptSourcesAPI)
+            .Dump(&DumpSources)
+            .Texts(Vellmark::Client::ResourceTexts::kSourcesQuery);
+    static constexpr auto kVoiceAccountsQuery =
+        QueryRow<VellmarkPB::sources>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_GET_VOICE_ACCOUNTS)
+            .Slot(&C::m_getVoiceAccountsCallback)
+            .Handler(&C::AcceptVoiceAccountsAPI)
+            .Dump(&DumpSources)
+            .Texts(Vellmark::Client::ResourceTexts::kVoiceAccountsQuery);
+    static constexpr auto kMspHostAccountsQuery =
+        QueryRow<VellmarkPB::sources>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_GET_MSP_HOST_ACCOUNTS)
+            .Slot(&C::m_getMspHostAccountsCallback)
+            .Handler(&C::AcceptMspHostAccountsAPI)
+            .Dump(&DumpSources)
+            .Texts(Vellmark::Client::ResourceTexts::kMspHostAccountsQuery);
+    static constexpr auto kProductSettingsQuery =
+        QueryRow<VellmarkPB::ProductSettings>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_GET_PRODUCT_SETTINGS)
+            .Slot(&C::m_getProductSettingsCallback)
+            .Handler(&C::AcceptProductSettingsAPI)
+            .Dump(&DumpProductSettings)
+            .Texts(Vellmark::Client::ResourceTexts::kProductSettingsQuery);
+    static constexpr auto kPersonsQuery =
+        QueryRow<VellmarkPB::persons>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_GET_PERSONS)
+            .Slot(&C::m_getPersonsInfoCallback)
+            .Handler(&C::AcceptPersonsInfoAPI)
+            .Dump(&DumpPersons)
+            .Texts(Vellmark::Client::ResourceTexts::kPersonsQuery);
+    static constexpr auto kGroupsQuery = QueryRow<VellmarkPB::VellmarkGroups>()
+                                             .Id(VellmarkPB::VELLMARK_MESSAGE_GET_GROUPS)
+                                             .Slot(&C::m_getGroupsCallback)
+                                             .Handler(&C::AcceptVellmarkGroupsAPI)
+                                             .Dump(&DumpGroups)
+                                             .Texts(Vellmark::Client::ResourceTexts::kGroupsQuery);
+    static constexpr auto kPresetsQuery =
+        QueryRow<VellmarkPB::VellmarkPresets>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_GET_PRESETS)
+            .Slot(&C::m_getPresetsCallback)
+            .Handler(&C::AcceptPresetsAPI)
+            .Dump(&DumpPresets)
+            .Texts(Vellmark::Client::ResourceTexts::kPresetsQuery);
 
-    static constexpr SubscriptionRow<VellmarkPB::sources> kSourcesSubscription{
-        VellmarkPB::VELLMARK_MESSAGE_SOURCES_UPDATE,
-        &C::m_sourcesSubscriber,
-        &C::AcceptSourcesSubscribe,
-        "AcceptSourcesSubscribe",
-        "SubscribeSourcesRequest",
-        "SubscribeSourcesRequest",
-        "lambda in void SubscribeSourcesRequest",
-        kQueuedToServer,
-        DPrint::Flow,
-        nullptr,
-        true,
-        "Attaching to AcceptSourcesSubscribe",
-        DPrint::Flow,
-        false,
-        "AcceptSourcesSubscribe. Printing received sources ",
-        DPrint::Flow,
-        [](C& c, VellmarkPB::sources const& m) { c.PrintSourcesProtobuf(m, kDumpLevel); },
-        AckLines::AnnouncedThenSent,
-        DPrint::Flow};
-    static constexpr SubscriptionRow<VellmarkPB::sources> kVoiceAccountsSubscription{
-        VellmarkPB::VELLMARK_MESSAGE_VOICE_ACCOUNTS_UPDATE,
-        &C::m_voiceAccountsSubscriber,
-        &C::AcceptVoiceAccountsSubscribe,
-        "AcceptVoiceAccountsSubscribe",
-        "SubscribeVoiceAccountsRequest",
-        nullptr,
-        nullptr,
-        "Not connected, queuing Attach call to AcceptVoiceAccountsSubscribe",
-        DPrint::Flow,
-        "connected, Attach request to AcceptVoiceAccountsSubscribe",
-        true,
-        "Attaching to AcceptVoiceAccountsSubscribe",
-        DPrint::Flow,
-        false,
-        "AcceptVoiceAccountsSubscribe. Printing received Voice Accounts",
-        DPrint::Flow,
-        [](C& c, VellmarkPB::sources const& m) { c.PrintSourcesProtobuf(m, kDumpLevel); },
-        AckLines::SentToServer,
-        DPrint::Flow};
-    // Not replayed: a host-account subscription made while disconnected is never attached.
-    static constexpr SubscriptionRow<VellmarkPB::sources> kMspHostAccountsSubscription{
-        VellmarkPB::VELLMARK_MESSAGE_MSP_HOST_ACCOUNTS_UPDATE,
-        &C::m_mspHostAccountsSubscriber,
-        &C::AcceptMspHostAccountsSubscribe,
-        "AcceptMspHostAccountsSubscribe",
-        "SubscribeMspHostAccountsRequest",
-        nullptr,
-        nullptr,
-        "Not connected, queuing Attach call to AcceptMspHostAccountsSubscribe",
-        DPrint::Flow,
-        "connected, Attach request to AcceptMspHostAccountsSubscribe",
-        false,
-        nullptr,
-        DPrint::Flow,
-        false,
-        "AcceptMspHostAccountsSubscribe. Printing received MspHost Accounts",
-        DPrint::Flow,
-        [](C& c, VellmarkPB::sources const& m) { c.PrintSourcesProtobuf(m, kDumpLevel); },
-        AckLines::SentToServer,
-        DPrint::Flow};
-    // The queue line carries the posted text after it, on the same line.
-    static constexpr SubscriptionRow<VellmarkPB::ProductSettings> kProductSettingsSubscription{
-        VellmarkPB::VELLMARK_MESSAGE_PRODUCT_SETTINGS_UPDATE,
-        &C::m_productSettingsSubscriber,
-        &C::AcceptProductSettingsSubscribe,
-        "AcceptProductSettingsSubscribe",
-        "SubscribeProductSettingsRequest",
-        "SubscribeProductSettingsRequest",
-        " lambda in SubscribeProductSettingsRequest",
-        "Not connected, queuing Attach call to Server:  lambda in "
-        "SubscribeProductSettingsRequest",
-        DPrint::Flow,
-        nullptr,
-        true,
-        "Attaching to AcceptProductSettingsSubscribe",
-        DPrint::Flow,
-        false,
-        "AcceptProductSettingsSubscribe",
-        DPrint::Flow,
-        [](C& c, VellmarkPB::ProductSettings const& m) { c.PrintProductSettingsProtobuff(m); },
-        AckLines::SentToServer,
-        DPrint::Flow};
-    static constexpr SubscriptionRow<VellmarkPB::persons> kPersonsSubscription{
-        VellmarkPB::VELLMARK_MESSAGE_PERSONS_UPDATE,
-        &C::m_personsInfoSubscriber,
-        &C::AcceptPersonsInfoSubscribe,
-        "AcceptPersonsInfoSubscribe",
-        "SubscribePersonsInfoRequest",
-        "SubscribePersonsInfoRequest",
-        "lambda in SubscribePersonsInfoRequest",
-        "Not connected, queuing Attach call to AcceptPersonsInfoSubscribe",
-        DPrint::Flow,
-        "connected, Attach request to AcceptPersonsInfoSubscribe",
-        true,
-        "Attaching to AcceptPersonsInfoSubscribe",
-        DPrint::Flow,
-        false,
-        "AcceptPersonsInfoSubscribe",
-        DPrint::Info,
-        [](C& c, VellmarkPB::persons const& m) { c.PrintPersonsInfoProtobuff(m); },
-        AckLines::SentToServer,
-        DPrint::Flow};
-    // Announces its registration with the host-account text, and asks for the current
-    // groups once its replay has attached it.
-    static constexpr SubscriptionRow<VellmarkPB::VellmarkGroups> kGroupsSubscription{
-        VellmarkPB::VELLMARK_MESSAGE_GROUPS_UPDATE,
-        &C::m_groupsSubscriber,
-        &C::AcceptGroupsSubscribe,
-        "AcceptGroupsSubscribe",
-        "SubscribeGroupsRequest",
-        nullptr,
-        nullptr,
-        "Not connected, queuing Attach call to AcceptGroupsSubscribe",
-        DPrint::Flow,
-        "connected, Attach request to AcceptMspHostAccountsSubscribe",
-        true,
-        "Attaching to SubscribeGroupsRequest",
-        DPrint::Info,
-        true,
-        "AcceptGroupsSubscribe. Printing received Groups",
-        DPrint::Flow,
-        [](C& c, VellmarkPB::VellmarkGroups const& m) { c.PrintGroupsProtobuf(m, kDumpLevel); },
-        AckLines::SentToServer,
-        DPrint::Flow};
-    static constexpr SubscriptionRow<VellmarkPB::VellmarkPresets> kPresetsSubscription{
-        VellmarkPB::VELLMARK_MESSAGE_PRESETS_UPDATE,
-        &C::m_presetsSubscriber,
-        &C::AcceptPresetsSubscribe,
-        "AcceptPresetsSubscribe",
-        "SubscribePresetsRequest",
-        nullptr,
-        nullptr,
-        "Not connected, queuing Attach call to AcceptPresetsSubscribe",
-        DPrint::Flow,
-        "connected, Attach request to AcceptPresetsSubscribe",
-        true,
-        "Attaching to AcceptPresetsSubscribe",
-        DPrint::Flow,
-        false,
-        "AcceptPresetsSubscribe",
-        DPrint::Detail,
-        [](C& c, VellmarkPB::VellmarkPresets const& m) { c.PrintPresets(m); },
-        AckLines::AnnouncedThenSent,
-        DPrint::Detail};
-    // The association's updates are neither logged, dumped nor acknowledged.
-    static constexpr SubscriptionRow<VellmarkPB::AccountAssociated> kAssociationSubscription{
-        VellmarkPB::VELLMARK_MESSAGE_ACCOUNT_ASSOCIATED_UPDATE,
-        &C::m_isAssociatedSubscriber,
-        &C::AcceptIsAssociatedWithAccountSubscribe,
-        "AcceptIsAssociatedWithAccountSubscribe",
-        "SubscribeIsAssociatedWithAccountRequest",
-        "SubscribeIsAssociatedWithAccountRequest",
-        " lambda in SubscribeIsAssociatedWithAccountRequest",
-        "Not connected, queuing Attach call to Server:  lambda in "
-        "SubscribeIsAssociatedWithAccountRequest",
-        DPrint::Info,
-        nullptr,
-        true,
-        "Attaching to AcceptIsAssociatedWithAccountSubscribe",
-        DPrint::Flow,
-        false,
-        nullptr,
-        DPrint::Flow,
-        nullptr,
-        AckLines::None,
-        DPrint::Flow};
+    static constexpr auto kSourcesSubscription =
+        SubscriptionRow<VellmarkPB::sources>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_SOURCES_UPDATE)
+            .Slot(&C::m_sourcesSubscriber)
+            .Handler(&C::AcceptSourcesSubscribe)
+            .Dump(&DumpSources)
+            .Texts(Vellmark::Client::ResourceTexts::kSourcesSubscription);
+    static constexpr auto kVoiceAccountsSubscription =
+        SubscriptionRow<VellmarkPB::sources>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_VOICE_ACCOUNTS_UPDATE)
+            .Slot(&C::m_voiceAccountsSubscriber)
+            .Handler(&C::AcceptVoiceAccountsSubscribe)
+            .Dump(&DumpSources)
+            .Texts(Vellmark::Client::ResourceTexts::kVoiceAccountsSubscription);
+    // A host-account subscription made while disconnected is never attached.
+    static constexpr auto kMspHostAccountsSubscription =
+        SubscriptionRow<VellmarkPB::sources>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_MSP_HOST_ACCOUNTS_UPDATE)
+            .Slot(&C::m_mspHostAccountsSubscriber)
+            .Handler(&C::AcceptMspHostAccountsSubscribe)
+            .Dump(&DumpSources)
+            .NotReplayed()
+            .Texts(Vellmark::Client::ResourceTexts::kMspHostAccountsSubscription);
+    static constexpr auto kProductSettingsSubscription =
+        SubscriptionRow<VellmarkPB::ProductSettings>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_PRODUCT_SETTINGS_UPDATE)
+            .Slot(&C::m_productSettingsSubscriber)
+            .Handler(&C::AcceptProductSettingsSubscribe)
+            .Dump(&DumpProductSettings)
+            .Texts(Vellmark::Client::ResourceTexts::kProductSettingsSubscription);
+    static constexpr auto kPersonsSubscription =
+        SubscriptionRow<VellmarkPB::persons>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_PERSONS_UPDATE)
+            .Slot(&C::m_personsInfoSubscriber)
+            .Handler(&C::AcceptPersonsInfoSubscribe)
+            .Dump(&DumpPersons)
+            .Texts(Vellmark::Client::ResourceTexts::kPersonsSubscription);
+    // Asks for the current groups once its replay has attached it.
+    static constexpr auto kGroupsSubscription =
+        SubscriptionRow<VellmarkPB::VellmarkGroups>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_GROUPS_UPDATE)
+            .Slot(&C::m_groupsSubscriber)
+            .Handler(&C::AcceptGroupsSubscribe)
+            .Dump(&DumpGroups)
+            .AsksCurrentValueWhenReplayed()
+            .Texts(Vellmark::Client::ResourceTexts::kGroupsSubscription);
+    static constexpr auto kPresetsSubscription =
+        SubscriptionRow<VellmarkPB::VellmarkPresets>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_PRESETS_UPDATE)
+            .Slot(&C::m_presetsSubscriber)
+            .Handler(&C::AcceptPresetsSubscribe)
+            .Dump(&DumpPresets)
+            .Texts(Vellmark::Client::ResourceTexts::kPresetsSubscription);
+    // The association's updates are neither dumped nor acknowledged.
+    static constexpr auto kAssociationSubscription =
+        SubscriptionRow<VellmarkPB::AccountAssociated>()
+            .Id(VellmarkPB::VELLMARK_MESSAGE_ACCOUNT_ASSOCIATED_UPDATE)
+            .Slot(&C::m_isAssociatedSubscriber)
+            .Handler(&C::AcceptIsAssociatedWithAccountSubscribe)
+            .Unacknowledged()
+            .Texts(Vellmark::Client::ResourceTexts::kAssociationSubscription);
 
     static constexpr ErrorRow kGvaErrors[] = {
         {VellmarkPB::VELLMARK_MESSAGE_GVA_CREATE_ERROR, &C::HandleGVACreateError,

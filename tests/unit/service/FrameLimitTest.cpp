@@ -115,21 +115,19 @@ TEST_F(FrameLimitTest, EveryResourceGrowsToTheLimitAndNotOneBytePast) {
         EXPECT_LE(bytes, kLimit);
         EXPECT_GE(bytes + 4, kLimit) << "within a length prefix of the limit";
         Changes changed;
-        catalog.Write(resource, *atLimit, changed);
+        EXPECT_TRUE(std::holds_alternative<Written>(catalog.Put(resource, *atLimit, changed)));
         EXPECT_TRUE(Stored(resource, *atLimit));
         EXPECT_EQ(changed, Changes{resource.name});
 
         auto const pastLimit = Filled(resource, size + 1);
         EXPECT_GT(FrameBytesOf(resource, *pastLimit), kLimit);
         Changes none;
-        try {
-            catalog.Write(resource, *pastLimit, none);
-            ADD_FAILURE() << "one byte past the limit was stored";
-        } catch (ResourceTooLarge const& error) {
-            EXPECT_NE(std::string(error.what()).find("over the frame limit of 16384"),
-                      std::string::npos)
-                << error.what();
-        }
+        auto const refused = catalog.Put(resource, *pastLimit, none);
+        auto const* refusal = std::get_if<VellmarkPB::Error>(&refused);
+        ASSERT_NE(refusal, nullptr) << "one byte past the limit was stored";
+        EXPECT_EQ(refusal->subcode(), VellmarkPB::CODE_RESOURCE_TOO_LARGE);
+        EXPECT_NE(refusal->message().find("over the frame limit of 16384"), std::string::npos)
+            << refusal->message();
         EXPECT_TRUE(Stored(resource, *atLimit)) << "what was stored stays";
         EXPECT_TRUE(none.empty());
     }
@@ -138,23 +136,24 @@ TEST_F(FrameLimitTest, EveryResourceGrowsToTheLimitAndNotOneBytePast) {
 TEST_F(FrameLimitTest, AnAccountThatWouldOverfillItsListIsRefusedAndNothingChanges) {
     auto const& sources = Resource("sources");
     int created = 0;
-    VellmarkPB::VellmarkAcctOpEnvelope reply;
+    VellmarkPB::Error refusal;
     for (;; ++created) {
         VellmarkPB::serviceAccounts account;
         account.set_accountid("acct-" + std::to_string(created));
         account.set_provider("SPOTIFY");
         account.set_name(std::string(3000, 'a'));
         Changes changed;
-        reply = catalog.CreateServiceAccount(account, changed);
-        if (!reply.success()) {
+        auto const outcome = catalog.CreateServiceAccount(account, changed);
+        if (auto const* refused = std::get_if<VellmarkPB::Error>(&outcome)) {
+            refusal = *refused;
             EXPECT_TRUE(changed.empty());
             break;
         }
         ASSERT_LT(created, 10) << "sources never filled up";
     }
-    EXPECT_EQ(reply.error().subcode(), VellmarkPB::CODE_RESOURCE_TOO_LARGE);
-    EXPECT_NE(reply.error().message().find("sources would take a frame of"), std::string::npos)
-        << reply.error().message();
+    EXPECT_EQ(refusal.subcode(), VellmarkPB::CODE_RESOURCE_TOO_LARGE);
+    EXPECT_NE(refusal.message().find("sources would take a frame of"), std::string::npos)
+        << refusal.message();
     EXPECT_EQ(catalog.Accounts().serviceaccounts_size(), created);
     auto const list = catalog.Read(sources);
     EXPECT_EQ(static_cast<VellmarkPB::sources const&>(*list).source_size(), created);
@@ -186,14 +185,18 @@ TEST_F(FrameLimitTest, ASeedWithAResourceTooBigIsRefusedWhole) {
     document.mutable_persons()->add_person()->set_key("person-1");
     document.mutable_productsettings()->set_name(std::string(kLimit, 'n'));
     Changes changed;
-    EXPECT_THROW(catalog.Seed(document, changed), ResourceTooLarge);
+    auto const seeded = catalog.Seed(document, changed);
+    ASSERT_TRUE(std::holds_alternative<VellmarkPB::Error>(seeded));
+    EXPECT_EQ(std::get<VellmarkPB::Error>(seeded).subcode(), VellmarkPB::CODE_RESOURCE_TOO_LARGE);
+    EXPECT_TRUE(changed.empty());
     EXPECT_TRUE(Stored(Resource("persons"), VellmarkPB::persons()));
 }
 
 TEST_F(FrameLimitTest, AStoreWrittenWithALargerLimitIsRefusedAtStart) {
     Catalog generous(store, 4 * kLimit);
     Changes changed;
-    generous.Write(Resource("groups"), *Filled(Resource("groups"), 2 * kLimit), changed);
+    ASSERT_TRUE(std::holds_alternative<Written>(
+        generous.Put(Resource("groups"), *Filled(Resource("groups"), 2 * kLimit), changed)));
     generous.CheckEveryResourceFits();
     try {
         catalog.CheckEveryResourceFits();

@@ -17,6 +17,8 @@
 // (SO_PEERCRED), is one of the allowed users (by default the server's own user and root) or
 // it belongs to one of the allowed groups. Refusals are logged once per user and minute,
 // then as a count.
+// Policy lives beside it: the runtime folder's in RuntimeFolder.h, who may connect in
+// ServerAdmission.h; the accept loop is transport/SocketAcceptor.h.
 //
 // Threads: handlers run one at a time on the server's loop thread: the thread of the loop
 // given in Options (a task's, so that a service answers on its own task with no hop), else

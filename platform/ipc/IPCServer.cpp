@@ -65,7 +65,8 @@ public:
           m_handlers(std::move(handlers)),
           m_options(std::move(options)),
           m_admission(m_name, RulesOf(m_options)),
-          m_acceptor(Tarv::SocketAcceptor::Create(m_name, m_loop)) {}
+          m_acceptor(Tarv::SocketAcceptor::Create(m_name, m_loop,
+                                                  m_options.descriptorReserve.descriptors)) {}
 
     ~Core() { m_loopEnd.Disconnect(); }
 
@@ -193,8 +194,9 @@ private:
         std::weak_ptr<IPCServerSession> weakSession = session;
         connection->OnClosed([weakCore, weakSession] {
             auto core = weakCore.lock();
-            auto session = weakSession.lock();
-            if (core && session) core->Closed(session);
+            if (!core) return;
+            core->Freed();
+            if (auto session = weakSession.lock()) core->Closed(session);
         });
         if (m_handlers.onConnected) m_handlers.onConnected(session);
         connection->Start([weakCore, weakSession](IPCFrame& frame) {
@@ -228,6 +230,13 @@ private:
                              "service; dropped",
                              m_name.c_str(), id, IPCFrame::Kind_Name(frame.kind()).c_str());
         }
+    }
+
+    // A connection has ended: its descriptor is free.
+    void Freed() {
+        // On the loop's thread, as the acceptor wants, unless the loop has ended (and the
+        // acceptor with it).
+        if (m_loop->RunsOnCurrentThread()) m_acceptor->Resume();
     }
 
     void Closed(SessionPtr const& session) {

@@ -16,7 +16,8 @@
 // A connecting process is accepted only when its user, as the kernel reports it
 // (SO_PEERCRED), is one of the allowed users (by default the server's own user and root) or
 // it belongs to one of the allowed groups. Refusals are logged once per user and minute,
-// then as a count.
+// then as a count. Out of descriptors, the server stops accepting until one of its
+// connections closes or a short back-off passes, and says so once a minute.
 // Policy lives beside it: the runtime folder's in RuntimeFolder.h, who may connect in
 // ServerAdmission.h; the accept loop is transport/SocketAcceptor.h.
 //
@@ -37,6 +38,7 @@
 #include "framework/ipc/IPCMessageEnvelope.h"
 #include "platform/TarvExport.h"
 #include "platform/ipc/IPCFrameLimit.h"
+#include "platform/ipc/IPCServerLimits.h"
 #include "platform/ipc/PeerCredentials.h"
 #include "platform/task/EventLoopOwner.h"
 
@@ -98,6 +100,9 @@ public:
         // Groups whose members (primary or supplementary) are allowed to connect.
         std::vector<gid_t> allowedGroups;
         Tarv::ConnectionLimits limits;
+        // Descriptors this endpoint keeps in reserve, to accept connections still when the
+        // process has run out; none by default.
+        Tarv::DescriptorReserve descriptorReserve;
         // The loop that accepts, reads and runs the handlers; null: the shared IO thread's.
         std::shared_ptr<Tarv::EventLoop> loop;
         // A socket already listening, served instead of making one; none: make one. The

@@ -236,6 +236,19 @@ Vellmark::Admin::ClientList VellmarkService::Clients() const {
         entry->set_connectedat(client.connectedAt);
         entry->set_requests(client.requests);
     }
+    for (auto const& user : m_server->Users()) {
+        auto* entry = list.add_users();
+        entry->set_uid(static_cast<std::uint32_t>(user.uid));
+        entry->set_connections(user.connections);
+        entry->set_refused(user.refused);
+    }
+    auto const& limits = m_server->ClientLimits();
+    auto* shown = list.mutable_limits();
+    shown->set_connectionsperuser(limits.connectionsPerUser.max);
+    shown->set_connections(limits.connections.max);
+    shown->set_pendingrequests(limits.pendingRequests.max);
+    shown->set_incomingbytes(limits.incomingBytes.max);
+    shown->set_outgoingbytes(limits.outgoingBytes.max);
     return list;
 }
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <future>
 #include <map>
 #include <mutex>
@@ -17,6 +18,41 @@
 #include "platform/ipc/transport/SocketAcceptor.h"
 
 using Tarv::IPCFrame;
+
+namespace Tarv {
+
+// What one connection has read and not yet answered.
+struct Waiting {
+    std::atomic<std::size_t> requests{0};
+    std::atomic<std::size_t> bytes{0};
+};
+
+// One request's place among its connection's waiting ones: given back once, when it is
+// answered or when the last copy of its IPCRequest goes, whichever comes first.
+class WaitingRequest {
+public:
+    WaitingRequest(std::shared_ptr<Waiting> waiting, std::size_t bytes)
+        : m_waiting(std::move(waiting)), m_bytes(bytes) {
+        m_waiting->requests.fetch_add(1);
+        m_waiting->bytes.fetch_add(m_bytes);
+    }
+    ~WaitingRequest() { Settle(); }
+    WaitingRequest(WaitingRequest const&) = delete;
+    WaitingRequest& operator=(WaitingRequest const&) = delete;
+
+    void Settle() {
+        if (m_settled.exchange(true)) return;
+        m_waiting->requests.fetch_sub(1);
+        m_waiting->bytes.fetch_sub(m_bytes);
+    }
+
+private:
+    std::shared_ptr<Waiting> const m_waiting;
+    std::size_t const m_bytes;
+    std::atomic<bool> m_settled{false};
+};
+
+}  // namespace Tarv
 
 namespace {
 
@@ -53,6 +89,12 @@ void IPCServerSession::Close() {
     m_connection->Close();
 }
 
+bool IPCRequest::Respond(IPCMessageEnvelope const& response) const {
+    bool const sent = session->Respond(id, number, response);
+    if (waiting) waiting->Settle();
+    return sent;
+}
+
 // Hidden although its enclosing class is exported: it is the server's private state.
 class __attribute__((visibility("hidden"))) IPCServer::Core
     : public std::enable_shared_from_this<Core> {
@@ -65,6 +107,9 @@ public:
           m_handlers(std::move(handlers)),
           m_options(std::move(options)),
           m_admission(m_name, RulesOf(m_options)),
+          m_sessionLimits(SessionLimitsOf(m_options)),
+          m_countsWaiting(m_options.clientLimits.pendingRequests.max > 0 ||
+                          m_options.clientLimits.incomingBytes.max > 0),
           m_acceptor(Tarv::SocketAcceptor::Create(m_name, m_loop,
                                                   m_options.descriptorReserve.descriptors)) {}
 
@@ -158,11 +203,25 @@ public:
         return out;
     }
 
+    std::vector<Tarv::ServerUserCount> Users() const { return m_admission.Users(); }
+    Tarv::ServerLimits const& ClientLimits() const { return m_admission.Limits(); }
+
 private:
+    using Over = Tarv::ServerAdmission::Over;
+
     static Tarv::ServerAdmission::Rules RulesOf(Options const& options) {
-        Tarv::ServerAdmission::Rules rules{options.allowedUsers, options.allowedGroups};
+        Tarv::ServerAdmission::Rules rules{options.allowedUsers, options.allowedGroups,
+                                           options.reservedUsers, options.clientLimits};
         if (rules.allowedUsers.empty()) rules.allowedUsers = {::getuid(), 0};
         return rules;
+    }
+
+    static Tarv::ConnectionLimits SessionLimitsOf(Options const& options) {
+        Tarv::ConnectionLimits limits = options.limits;
+        if (options.clientLimits.outgoingBytes.max > 0) {
+            limits.maxQueuedBytes = options.clientLimits.outgoingBytes.max;
+        }
+        return limits;
     }
 
     bool Stopped() const {
@@ -182,7 +241,14 @@ private:
             return;
         }
         std::string description = "server " + m_name + ": client pid " + std::to_string(peer->pid);
-        auto connection = Tarv::FramedConnection::Adopt(fd, description, m_options.limits, m_loop);
+        auto connection = Tarv::FramedConnection::Adopt(fd, description, m_sessionLimits, m_loop);
+        std::weak_ptr<Core> weakCore = shared_from_this();
+        connection->OnQueueFull([weakCore, peer = *peer](std::size_t) {
+            if (auto core = weakCore.lock()) {
+                core->m_admission.Closing(peer, Over::OutgoingBytes,
+                                          core->m_sessionLimits.maxQueuedBytes);
+            }
+        });
         SessionPtr session;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
@@ -190,32 +256,58 @@ private:
             m_sessions.emplace(session->Id(), session);
         }
         IPCLog().Log(DPrint::Info, "%s (uid %d) connected", description.c_str(), int(peer->uid));
-        std::weak_ptr<Core> weakCore = shared_from_this();
         std::weak_ptr<IPCServerSession> weakSession = session;
-        connection->OnClosed([weakCore, weakSession] {
+        connection->OnClosed([weakCore, weakSession, uid = peer->uid] {
             auto core = weakCore.lock();
             if (!core) return;
-            core->Freed();
+            core->Left(uid);
             if (auto session = weakSession.lock()) core->Closed(session);
         });
         if (m_handlers.onConnected) m_handlers.onConnected(session);
-        connection->Start([weakCore, weakSession](IPCFrame& frame) {
+        auto waiting = m_countsWaiting ? std::make_shared<Tarv::Waiting>() : nullptr;
+        connection->Start([weakCore, weakSession, waiting](IPCFrame& frame) {
             auto core = weakCore.lock();
             auto session = weakSession.lock();
-            if (core && session) core->Received(session, frame);
+            if (core && session) core->Received(session, waiting, frame);
         });
     }
 
-    void Received(SessionPtr const& session, IPCFrame& frame) {
+    // Counts a new request of `session` among its waiting ones; nothing, with the
+    // connection closed, when it would go over a limit.
+    std::optional<std::shared_ptr<Tarv::WaitingRequest>> Wait(
+        SessionPtr const& session, std::shared_ptr<Tarv::Waiting> const& waiting,
+        IPCFrame const& frame) {
+        if (!waiting) return std::shared_ptr<Tarv::WaitingRequest>();
+        auto const& limits = m_admission.Limits();
+        std::size_t const bytes = frame.ByteSizeLong();
+        std::optional<std::pair<Over, std::size_t>> over;
+        if (limits.pendingRequests.max > 0 &&
+            waiting->requests.load() >= limits.pendingRequests.max) {
+            over.emplace(Over::PendingRequests, limits.pendingRequests.max);
+        } else if (limits.incomingBytes.max > 0 &&
+                   waiting->bytes.load() + bytes > limits.incomingBytes.max) {
+            over.emplace(Over::IncomingBytes, limits.incomingBytes.max);
+        }
+        if (!over) return std::make_shared<Tarv::WaitingRequest>(waiting, bytes);
+        m_admission.Closing(session->Peer(), over->first, over->second);
+        session->Close();
+        return std::nullopt;
+    }
+
+    void Received(SessionPtr const& session, std::shared_ptr<Tarv::Waiting> const& waiting,
+                  IPCFrame& frame) {
         std::lock_guard<std::recursive_mutex> dispatch(m_dispatch);
         if (Stopped()) return;
         unsigned int const id = frame.envelope().message_id();
         switch (frame.kind()) {
             case IPCFrame::REQUEST:
                 if (m_handlers.onRequest) {
+                    auto place = Wait(session, waiting, frame);
+                    if (!place) return;
                     m_handlers.onRequest(
                         IPCRequest{session, id, frame.request_number(),
-                                   IPCMessageEnvelope(std::move(*frame.mutable_envelope()))});
+                                   IPCMessageEnvelope(std::move(*frame.mutable_envelope())),
+                                   std::move(*place)});
                 }
                 return;
             case IPCFrame::ONE_WAY:
@@ -232,8 +324,9 @@ private:
         }
     }
 
-    // A connection has ended: its descriptor is free.
-    void Freed() {
+    // A connection of `uid` has ended: its place and its descriptor are free.
+    void Left(uid_t uid) {
+        m_admission.Left(uid);
         // On the loop's thread, as the acceptor wants, unless the loop has ended (and the
         // acceptor with it).
         if (m_loop->RunsOnCurrentThread()) m_acceptor->Resume();
@@ -256,7 +349,9 @@ private:
     bool m_adopted = false;  // the socket was handed over: its file is not ours
     Handlers const m_handlers;
     Options const m_options;
-    Tarv::ServerAdmission m_admission;  // the loop thread's, once open
+    Tarv::ServerAdmission m_admission;
+    Tarv::ConnectionLimits const m_sessionLimits;
+    bool const m_countsWaiting;  // a limit needs the requests waiting counted
     std::shared_ptr<Tarv::SocketAcceptor> const m_acceptor;
 
     // Held while handlers run and by Stop; recursive, for handlers that stop the server.
@@ -292,4 +387,12 @@ std::size_t IPCServer::Broadcast(unsigned int id, IPCMessageEnvelope const& enve
     std::size_t sent = 0;
     for (auto const& session : Sessions()) sent += session->Notify(id, envelope) ? 1 : 0;
     return sent;
+}
+
+std::vector<Tarv::ServerUserCount> IPCServer::Users() const {
+    return m_core->Users();
+}
+
+Tarv::ServerLimits const& IPCServer::ClientLimits() const {
+    return m_core->ClientLimits();
 }

@@ -99,6 +99,10 @@ bool FramedConnection::Post(std::function<void()> work) {
     return CurrentLoop()->Post(std::move(work));
 }
 
+void FramedConnection::OnQueueFull(std::function<void(std::size_t queued)> onQueueFull) {
+    m_onQueueFull = std::move(onQueueFull);
+}
+
 CallbackConnection FramedConnection::OnClosed(std::function<void()> onClosed) {
     std::shared_ptr<EventLoop> loop;
     {
@@ -235,9 +239,13 @@ FramedConnection::SendResult FramedConnection::SendBytes(std::string const& byte
     std::size_t const queued = m_pending.size() - m_pendingOffset;
     if (queued + bytes.size() - written > m_limits.maxQueuedBytes) {
         lock.unlock();
-        IPCLog().Log(DPrint::Warning,
-                     "%s: the peer is not reading and %zu bytes wait to be sent; closing",
-                     m_description.c_str(), queued);
+        if (m_onQueueFull) {
+            m_onQueueFull(queued);
+        } else {
+            IPCLog().Log(DPrint::Warning,
+                         "%s: the peer is not reading and %zu bytes wait to be sent; closing",
+                         m_description.c_str(), queued);
+        }
         Close();
         return SendResult::QueueFull;
     }

@@ -62,6 +62,10 @@ public:
     CallbackConnection OnClosed(std::function<void()> onClosed);
     // Runs `work` on the loop's thread; false, with `work` dropped, once the loop has ended.
     bool Post(std::function<void()> work);
+    // Called, on the sending thread, when a send finds the queue full (Limits::maxQueuedBytes)
+    // with the bytes queued, in place of the connection's own log line; the connection then
+    // closes as always. For a server that reports it its own way: set it before any Send.
+    void OnQueueFull(std::function<void(std::size_t queued)> onQueueFull);
 
     // Sends the frame MakeFrame(kind, id, envelope, number) makes, encoded straight from the
     // envelope into this thread's send buffer: no copy of the payload, no allocation once
@@ -111,6 +115,7 @@ private:
     Limits const m_limits;
     std::optional<PeerCredentials> const m_peer;
     std::shared_ptr<CallbackList<std::function<void()>>> const m_closedHandlers;
+    std::function<void(std::size_t)> m_onQueueFull;  // set before any send
 
     // Set by Start and cleared by Finish under m_mutex; called on the loop's thread only.
     FrameHandler m_onFrame;

@@ -102,6 +102,13 @@ void VellmarkService::StartPush(Vellmark::Admin::Request const& command, IPCRequ
     };
     m_push = std::make_unique<UpdatePush>(identity, push.has_count() ? push.count() : 1000,
                                           push.has_window() ? push.window() : 64, send, done);
+    // In turns, each behind the requests read meanwhile.
+    m_push->SpreadOver([this](std::function<void()> work) {
+        Post([this, work] {
+            work();
+            EndFinishedPush();
+        });
+    });
     auto const sessions = m_server->Sessions();
     Log().Log(DPrint::Flow, "pushing %s to %zu clients", resource->name, sessions.size());
     m_push->Start(sessions);

@@ -56,14 +56,16 @@ public:
         return true;
     }
 
-    // Reads what has come, up to `bound` for something to come; the bytes read, or -1 once
-    // the service has closed the connection.
-    long long ReadSome(std::chrono::milliseconds bound) {
+    // Reads what has come, waiting up to `bound` for something to come, and appends it to
+    // `into`; the bytes read, or -1 once the service has closed the connection.
+    long long ReadSome(std::chrono::milliseconds bound, std::string& into) {
         pollfd p{m_fd, POLLIN, 0};
         if (::poll(&p, 1, static_cast<int>(bound.count())) <= 0) return 0;
         char buffer[64 * 1024];
         ssize_t const n = ::recv(m_fd, buffer, sizeof buffer, 0);
-        return n > 0 ? n : -1;
+        if (n <= 0) return -1;
+        into.append(buffer, static_cast<std::size_t>(n));
+        return n;
     }
 
     // True when the service closes the connection within `bound`; what it sent before is
@@ -73,7 +75,8 @@ public:
         while (std::chrono::steady_clock::now() < deadline) {
             auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
                 deadline - std::chrono::steady_clock::now());
-            if (ReadSome(left) < 0) return true;
+            std::string dropped;
+            if (ReadSome(left, dropped) < 0) return true;
         }
         return false;
     }

@@ -174,11 +174,23 @@ void FramedConnection::ReadSome() {
 void FramedConnection::OnRead(std::size_t bytes) {
     if (!IsOpen()) return;
     m_decoder.Feed(m_io->buffer.data(), bytes);
-    for (;;) {
+    HandleFrames();
+}
+
+void FramedConnection::HandleFrames() {
+    for (int handled = 0;;) {
         switch (m_decoder.Next(m_frame)) {
             case FrameDecoder::Status::Frame:
                 if (m_onFrame) m_onFrame(m_frame);
                 if (!IsOpen()) return;
+                if (++handled == kFramesPerTurn) {
+                    // Behind whatever the loop has ready now. Asio keeps the handler's
+                    // memory for the next one: no allocation per turn.
+                    asio::post(m_io->socket.get_executor(), [self = shared_from_this()] {
+                        if (self->IsOpen()) self->HandleFrames();
+                    });
+                    return;
+                }
                 continue;
             case FrameDecoder::Status::NeedMore:
                 ReadSome();

@@ -5,8 +5,11 @@
 // Loop: a connection is served by one EventLoop: the shared IO thread's unless Adopt or
 // Start names another (the loop of the task that will handle its frames). "The loop's thread" below
 // is that loop's thread. When the loop ends, the connection closes there. Reading: after Start, the
-// loop's thread reads what the socket holds, decodes every whole frame in a row and hands each to
-// the frame handler. A frame over the size limit, or one that does not parse, closes the connection
+// loop's thread reads what the socket holds, decodes the whole frames in a row and hands each to
+// the frame handler, at most kFramesPerTurn in one turn of the loop: the rest wait behind what
+// else the loop has to do (other connections' frames), so that a peer that writes requests as
+// fast as it can never starves the others; the socket is read again once they are handled.
+// A frame over the size limit, or one that does not parse, closes the connection
 // with one log line. Writing: Send may be called from any thread; each frame is written whole, in
 // the order of the calls. When nothing waits before it and the socket takes it, a frame is written
 // on the calling thread (no thread hop); otherwise its bytes join the send queue, which
@@ -41,6 +44,11 @@ public:
     using FrameHandler = std::function<void(IPCFrame& frame)>;
     enum class SendResult { Sent, Closed, TooLarge, QueueFull };
     using Limits = ConnectionLimits;
+    // Frames handled in one turn of the loop. One turn takes the largest burst a client of
+    // the product sends at once (a reconnecting client asks for some twenty resources and
+    // subscribes again), while a flooding peer holds the loop for 32 frames' work, tens of
+    // microseconds each, before the others' turn.
+    static constexpr int kFramesPerTurn = 32;
 
     // Takes ownership of `fd`, a connected stream socket, on `loop` (null: the shared IO
     // thread's). `description` names the connection in log lines ("Vellmark", "client pid 42").
@@ -88,6 +96,9 @@ private:
 
     void ReadSome();
     void OnRead(std::size_t bytes);
+    // Hands the frames decoded to the frame handler, one turn's worth, then reads again or
+    // leaves the rest for the next turn.
+    void HandleFrames();
     // Writes what the socket takes now, with the lock held.
     ssize_t SendSome(char const* data, std::size_t size);
     // Sends the encoded frame `bytes` (see Send).

@@ -15,6 +15,10 @@ namespace Tarv {
 
 namespace {
 constexpr std::size_t kReadChunk = 64 * 1024;
+// A drained send queue keeps this much of its memory for the next burst and gives back the
+// rest: a burst to a slow reader (up to the queue's bound) is not held by every idle
+// connection afterwards.
+constexpr std::size_t kKeptQueueBytes = 64 * 1024;
 
 bool WouldBlock(int error) {
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
@@ -132,7 +136,7 @@ bool FramedConnection::MarkClosed() {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (!m_open) return false;
     m_open = false;
-    m_pending.clear();
+    std::string().swap(m_pending);
     m_pendingOffset = 0;
     return true;
 }
@@ -306,7 +310,11 @@ void FramedConnection::OnWritable() {
         }
         m_pendingOffset += static_cast<std::size_t>(sent);
     }
-    m_pending.clear();
+    if (m_pending.capacity() > kKeptQueueBytes) {
+        std::string().swap(m_pending);
+    } else {
+        m_pending.clear();
+    }
     m_pendingOffset = 0;
 }
 

@@ -23,7 +23,8 @@ extern char** environ;
 
 namespace Vellmark::Bench {
 
-ServiceProcess::ServiceProcess(std::string const& program) {
+ServiceProcess::ServiceProcess(std::string const& program,
+                               std::vector<std::string> const& options) {
     char pattern[] = "/tmp/vellmark-bench-XXXXXX";
     char const* made = ::mkdtemp(pattern);
     if (!made)
@@ -45,6 +46,7 @@ ServiceProcess::ServiceProcess(std::string const& program) {
     std::vector<std::string> words = {program,  "--db",        m_folder + "/store.db",
                                       "--seed", seed,          "--runtime-dir",
                                       m_folder, "--log-level", "1"};
+    words.insert(words.end(), options.begin(), options.end());
     std::vector<char*> argv;
     for (auto& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);

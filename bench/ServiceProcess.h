@@ -1,17 +1,20 @@
 #pragma once
-// ServiceProcess: vellmarkd started by transport_bench in a private runtime folder of its
-// own, on a store seeded with the bench's sources. Its output goes to a log in that folder.
+// ServiceProcess: vellmarkd started by a bench in a private runtime folder of its own, on a
+// store seeded with the bench's sources. Its output goes to a log in that folder.
 #include <sys/types.h>
 
 #include <string>
+#include <vector>
 
 namespace Vellmark::Bench {
 
 class ServiceProcess {
 public:
-    // Makes the folder, seeds the store and starts `program`. Throws std::runtime_error when
-    // any of that fails. The client finds it once IPCDirectory uses Folder().
-    explicit ServiceProcess(std::string const& program);
+    // Makes the folder, seeds the store and starts `program`, with `options` besides the
+    // bench's own. Throws std::runtime_error when any of that fails. The client finds it once
+    // IPCDirectory uses Folder().
+    explicit ServiceProcess(std::string const& program,
+                            std::vector<std::string> const& options = {});
     // Stops the service (SIGTERM) and removes the folder.
     ~ServiceProcess();
     ServiceProcess(ServiceProcess const&) = delete;

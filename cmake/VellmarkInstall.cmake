@@ -53,7 +53,7 @@ set(VELLMARK_PUBLIC_HEADERS
   platform/TarvExport.h
   platform/ipc/ClientListener.h platform/ipc/IPCDirectory.h platform/ipc/IPCFrameLimit.h
   platform/ipc/IPCLog.h platform/ipc/IPCMessageRouterFactory.h platform/ipc/IPCServer.h
-  platform/ipc/PeerCredentials.h
+  platform/ipc/IPCServerLimits.h platform/ipc/PeerCredentials.h
   platform/log/DPrint.h platform/log/ProtoToMarkup.h platform/log/Redact.h
   platform/task/BreakThread.h platform/task/CallbackList.h platform/task/EntryQueue.h
   platform/task/EventLoopOwner.h platform/task/LifetimeGuard.h platform/task/StopNotifier.h platform/task/Task.h)

@@ -119,6 +119,13 @@ void VellmarkService::StartPush(Vellmark::Admin::Request const& command, IPCRequ
     };
     m_push = std::make_unique<UpdatePush>(identity, push.has_count() ? push.count() : 1000,
                                           push.has_window() ? push.window() : 64, send, done);
+    // In turns, each behind the requests read meanwhile.
+    m_push->SpreadOver([this](std::function<void()> work) {
+        Post([this, work] {
+            work();
+            EndFinishedPush();
+        });
+    });
     auto const sessions = Sessions();
     Log().Log(DPrint::Flow, "pushing %s to %zu clients", resource->name, sessions.size());
     m_push->Start(sessions);
@@ -252,6 +259,21 @@ Vellmark::Admin::ClientList VellmarkService::Clients() const {
         entry->set_connectedat(client.connectedAt);
         entry->set_requests(client.requests);
     }
+    // Without endpoints (the fuzzers' core) there are no users and no limits to show.
+    if (!m_server) return list;
+    for (auto const& user : m_server->Users()) {
+        auto* entry = list.add_users();
+        entry->set_uid(static_cast<std::uint32_t>(user.uid));
+        entry->set_connections(user.connections);
+        entry->set_refused(user.refused);
+    }
+    auto const& limits = m_server->ClientLimits();
+    auto* shown = list.mutable_limits();
+    shown->set_connectionsperuser(limits.connectionsPerUser.max);
+    shown->set_connections(limits.connections.max);
+    shown->set_pendingrequests(limits.pendingRequests.max);
+    shown->set_incomingbytes(limits.incomingBytes.max);
+    shown->set_outgoingbytes(limits.outgoingBytes.max);
     return list;
 }
 

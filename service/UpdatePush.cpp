@@ -12,12 +12,31 @@ UpdatePush::UpdatePush(Vellmark::Admin::PushReport identity, std::uint32_t count
       m_send(std::move(send)),
       m_done(std::move(done)) {}
 
+void UpdatePush::SpreadOver(Defer defer, std::size_t sendsPerTurn) {
+    m_defer = std::move(defer);
+    m_sendsPerTurn = std::max<std::size_t>(sendsPerTurn, 1);
+}
+
 void UpdatePush::Start(std::vector<std::shared_ptr<IPCServerSession>> const& sessions) {
     m_start = std::chrono::steady_clock::now();
     m_report.set_clients(sessions.size());
     for (auto const& session : sessions) m_peers[session->Id()].session = session;
-    for (auto it = m_peers.begin(); it != m_peers.end();) {
-        it = Fill(it->second) ? std::next(it) : m_peers.erase(it);
+    for (auto const& entry : m_peers) m_waiting.push_back(entry.first);
+    FillWaiting();
+}
+
+void UpdatePush::FillWaiting() {
+    std::uint64_t const pushedBefore = m_report.pushed();
+    while (!m_waiting.empty() && !m_finished) {
+        if (m_defer && m_report.pushed() - pushedBefore >= m_sendsPerTurn) {
+            m_defer([this, alive = std::weak_ptr<bool>(m_alive)] {
+                if (alive.lock()) FillWaiting();
+            });
+            return;
+        }
+        auto const found = m_peers.find(m_waiting.front());
+        m_waiting.pop_front();
+        if (found != m_peers.end() && !Fill(found->second)) m_peers.erase(found);
     }
     FinishIfDone();
 }

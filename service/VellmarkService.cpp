@@ -99,6 +99,9 @@ VellmarkService::VellmarkService(std::string const& dbPath,
     // read, with no thread woken in between.
     settings.service.loop = m_task.Loop();
     settings.admin.loop = m_task.Loop();
+    // Out of descriptors, an operator can still see who holds them: vellmarkctl opens two
+    // connections at once (its probe and its client).
+    settings.admin.descriptorReserve.descriptors = 2;
     m_server = std::make_unique<IPCServer>(Vellmark::Admin::kServiceEndpoint, std::move(service),
                                            std::move(settings.service));
 

@@ -2,6 +2,7 @@
 #include <grp.h>
 #include <pwd.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
@@ -18,6 +19,7 @@
 #include "platform/ipc/IPCDirectory.h"
 #include "platform/ipc/IPCFrameLimit.h"
 #include "platform/ipc/IPCLog.h"
+#include "service/ClientLimits.h"
 #include "service/Systemd.h"
 #include "service/VellmarkService.h"
 
@@ -181,6 +183,31 @@ int main(int argc, char** argv) {
                    "the largest the store may grow, e.g. 64M (default: no limit); a write "
                    "past it is refused as on a full disk")
         ->transform(CLI::AsSizeValue(false));
+    auto limits = Vellmark::Service::DefaultClientLimits();
+    app.add_option(limits.connectionsPerUser.setting, limits.connectionsPerUser.max,
+                   "the connections one user may hold to the Vellmark endpoint; the next one "
+                   "is refused (0: no limit)")
+        ->capture_default_str();
+    app.add_option(limits.connections.setting, limits.connections.max,
+                   "the connections all users together may hold to the Vellmark endpoint; the "
+                   "next one is refused, except for the users of the admin endpoint (0: no "
+                   "limit). Keep it well below the descriptor limit (ulimit -n)")
+        ->capture_default_str();
+    app.add_option(limits.pendingRequests.setting, limits.pendingRequests.max,
+                   "the requests one connection may have sent and not yet had answered; one "
+                   "more closes the connection (0: no limit)")
+        ->capture_default_str();
+    app.add_option(limits.incomingBytes.setting, limits.incomingBytes.max,
+                   "the bytes of those requests, e.g. 4M; one that would go over closes the "
+                   "connection (0: no limit; never below --max-frame-bytes)")
+        ->transform(CLI::AsSizeValue(false))
+        ->capture_default_str();
+    app.add_option(limits.outgoingBytes.setting, limits.outgoingBytes.max,
+                   "the bytes that may wait to be sent to a connection that does not read, "
+                   "e.g. 4M; one more closes the connection (never below --max-frame-bytes)")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
     VellmarkService::Settings settings;
     try {
         app.parse(argc, argv);
@@ -189,6 +216,9 @@ int main(int argc, char** argv) {
             settings.service.allowedGroups.push_back(IdOf(group, GroupByName));
         }
         settings.admin.allowedUsers = UsersWith(adminAllowUsers);
+        settings.service.clientLimits = Vellmark::Service::WithFramesOf(limits, maxFrameBytes);
+        // Others filling the service never lock its admins out.
+        settings.service.reservedUsers = settings.admin.allowedUsers;
         settings.store.maxBytes = maxStoreBytes;
         settings.store.newStore = newStore || !seedFile.empty();
         IPCFrameLimit::SetMaxFrameBytes(maxFrameBytes);
@@ -205,6 +235,13 @@ int main(int argc, char** argv) {
     VellmarkService::Log().SetThreshold(level);
     IPCLog().SetThreshold(level);
     if (!runtimeDir.empty()) IPCDirectory::Get().SetRuntimeFolder(runtimeDir);
+    rlimit descriptors{};
+    if (::getrlimit(RLIMIT_NOFILE, &descriptors) == 0) {
+        if (auto const warning = Vellmark::Service::DescriptorWarning(settings.service.clientLimits,
+                                                                      descriptors.rlim_cur)) {
+            std::cerr << "vellmarkd: " + *warning + "\n";
+        }
+    }
 
     std::optional<Vellmark::Admin::StoreDocument> seed;
     if (!seedFile.empty()) {

@@ -1,19 +1,8 @@
 #include "platform/ipc/IPCServer.h"
 
-#include "platform/ipc/transport/FramedConnection.h"
-
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <asio/io_context.hpp>
-#include <asio/local/stream_protocol.hpp>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
+#include <atomic>
 #include <future>
 #include <map>
 #include <mutex>
@@ -21,11 +10,49 @@
 
 #include "platform/ipc/IPCDirectory.h"
 #include "platform/ipc/IPCLog.h"
+#include "platform/ipc/RuntimeFolder.h"
+#include "platform/ipc/ServerAdmission.h"
+#include "platform/ipc/transport/FramedConnection.h"
 #include "platform/ipc/transport/IoService.h"
 #include "platform/ipc/transport/ListeningSocket.h"
-#include "platform/ipc/transport/RefusalLog.h"
+#include "platform/ipc/transport/SocketAcceptor.h"
 
 using Tarv::IPCFrame;
+
+namespace Tarv {
+
+// What one connection has read and not yet answered.
+struct Waiting {
+    std::atomic<std::size_t> requests{0};
+    std::atomic<std::size_t> bytes{0};
+};
+
+// One request's place among its connection's waiting ones: given back once, when it is
+// answered or when the last copy of its IPCRequest goes, whichever comes first.
+class WaitingRequest {
+public:
+    WaitingRequest(std::shared_ptr<Waiting> waiting, std::size_t bytes)
+        : m_waiting(std::move(waiting)), m_bytes(bytes) {
+        m_waiting->requests.fetch_add(1);
+        m_waiting->bytes.fetch_add(m_bytes);
+    }
+    ~WaitingRequest() { Settle(); }
+    WaitingRequest(WaitingRequest const&) = delete;
+    WaitingRequest& operator=(WaitingRequest const&) = delete;
+
+    void Settle() {
+        if (m_settled.exchange(true)) return;
+        m_waiting->requests.fetch_sub(1);
+        m_waiting->bytes.fetch_sub(m_bytes);
+    }
+
+private:
+    std::shared_ptr<Waiting> const m_waiting;
+    std::size_t const m_bytes;
+    std::atomic<bool> m_settled{false};
+};
+
+}  // namespace Tarv
 
 namespace {
 
@@ -62,85 +89,13 @@ void IPCServerSession::Close() {
     m_connection->Close();
 }
 
-namespace {
-
-std::system_error PathError(int error, std::string const& what, std::string const& path) {
-    return std::system_error(error, std::generic_category(), what + " " + path);
+bool IPCRequest::Respond(IPCMessageEnvelope const& response) const {
+    bool const sent = session->Respond(id, number, response);
+    if (waiting) waiting->Settle();
+    return sent;
 }
 
-// True when a server answers at `path`.
-bool Answers(std::string const& path) {
-    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return false;
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    bool const answers =
-        ::connect(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0;
-    ::close(fd);
-    return answers;
-}
-
-// Makes `folder` and its missing parents with `mode`, exactly (the umask aside).
-void MakeFolders(std::filesystem::path const& folder, mode_t mode) {
-    std::filesystem::path made;
-    for (auto const& part : folder) {
-        made /= part;
-        if (::mkdir(made.c_str(), mode) == 0) {
-            ::chmod(made.c_str(), mode);
-        } else if (errno != EEXIST) {
-            throw PathError(errno, "cannot make the runtime folder", made);
-        }
-    }
-}
-
-// A runtime folder that every user may write to lets any of them take the service's place
-// (or squat its socket name): refused, with what to do instead.
-void CheckFolder(std::filesystem::path const& folder) {
-    struct stat status {};
-    if (::stat(folder.c_str(), &status) != 0) {
-        throw PathError(errno, "cannot use the runtime folder", folder);
-    }
-    if (!S_ISDIR(status.st_mode)) throw PathError(ENOTDIR, "not a folder:", folder);
-    if (status.st_mode & S_IWOTH) {
-        throw PathError(EPERM,
-                        "refusing a runtime folder that every user may write to (any of them "
-                        "could put a socket in the service's place); use a private folder "
-                        "(TARV_RUNTIME_DIR, --runtime-dir) or remove that permission "
-                        "(chmod o-w):",
-                        folder);
-    }
-}
-
-// Makes or checks the runtime folder, and clears the way for a new socket file.
-void PrepareSocketPath(std::string const& path, mode_t folderMode) {
-    std::filesystem::path const folder = std::filesystem::path(path).parent_path();
-    if (!folder.empty()) {
-        struct stat status {};
-        if (::stat(folder.c_str(), &status) != 0 && errno == ENOENT) {
-            MakeFolders(folder, folderMode);
-            IPCLog().Log(DPrint::Info, "made the runtime folder %s (mode %o)", folder.c_str(),
-                         static_cast<unsigned>(folderMode));
-        }
-        CheckFolder(folder);
-    }
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) return;
-    if (S_ISLNK(status.st_mode)) {
-        // Never ours to keep: a link would make the socket land wherever it points.
-        IPCLog().Log(DPrint::Info, "removing the symbolic link at %s", path.c_str());
-    } else if (!S_ISSOCK(status.st_mode)) {
-        throw PathError(EEXIST, "a file that is not a socket is in the way, left alone:", path);
-    } else if (Answers(path)) {
-        throw PathError(EADDRINUSE, "another server answers at", path);
-    }
-    ::unlink(path.c_str());
-}
-
-}  // namespace
-
-// Hidden although its enclosing class is exported: it is the server's private state, and
-// the Asio types in its members must not leave the library.
+// Hidden although its enclosing class is exported: it is the server's private state.
 class __attribute__((visibility("hidden"))) IPCServer::Core
     : public std::enable_shared_from_this<Core> {
 public:
@@ -151,9 +106,12 @@ public:
           m_path(IPCDirectory::Get().Lookup(m_name)->Path()),
           m_handlers(std::move(handlers)),
           m_options(std::move(options)),
-          m_acceptor(m_loop->Context()) {
-        if (m_options.allowedUsers.empty()) m_options.allowedUsers = {::getuid(), 0};
-    }
+          m_admission(m_name, RulesOf(m_options)),
+          m_sessionLimits(SessionLimitsOf(m_options)),
+          m_countsWaiting(m_options.clientLimits.pendingRequests.max > 0 ||
+                          m_options.clientLimits.incomingBytes.max > 0),
+          m_acceptor(Tarv::SocketAcceptor::Create(m_name, m_loop,
+                                                  m_options.descriptorReserve.descriptors)) {}
 
     ~Core() { m_loopEnd.Disconnect(); }
 
@@ -171,41 +129,29 @@ public:
         m_loopEnd = m_loop->OnEnd([weak] {
             if (auto self = weak.lock()) self->Stop();
         });
-        m_loop->Post([self = shared_from_this()] { self->Accept(); });
+        m_acceptor->Start([weak](int fd) {
+            if (auto self = weak.lock()) {
+                self->Accepted(fd);
+            } else {
+                ::close(fd);
+            }
+        });
     }
 
     // Makes the socket file and listens on it.
     void Bind() {
-        PrepareSocketPath(m_path, AllowsOthers() ? 0711 : 0700);
-        asio::error_code error;
-        asio::local::stream_protocol::endpoint address;
-        try {
-            address = asio::local::stream_protocol::endpoint(m_path);
-        } catch (asio::system_error const& e) {
-            throw PathError(e.code().value(), "socket path unusable:", m_path);
-        }
-        m_acceptor.open(address.protocol(), error);
-        if (!error) m_acceptor.bind(address, error);
-        if (error) throw PathError(error.value(), "cannot make the socket", m_path);
+        Tarv::PrepareSocketPath(m_path, m_admission.AllowsOthers() ? 0711 : 0700);
+        m_acceptor->Bind(m_path);
         // Before listen(): nobody can connect while the file still has the umask's mode.
-        if (::chmod(m_path.c_str(), 0660) != 0) {
-            int const chmodError = errno;
-            ::unlink(m_path.c_str());
-            throw PathError(chmodError, "cannot restrict the socket", m_path);
-        }
         // Members of an allowed group must be able to open the socket file.
-        if (!m_options.allowedGroups.empty() &&
-            ::chown(m_path.c_str(), static_cast<uid_t>(-1), m_options.allowedGroups.front()) != 0) {
-            IPCLog().Log(DPrint::Warning,
-                         "server %s: cannot give the socket to group %u (%s); members of the "
-                         "allowed groups outside the service's own group cannot open it",
-                         m_name.c_str(), static_cast<unsigned>(m_options.allowedGroups.front()),
-                         std::strerror(errno));
-        }
-        m_acceptor.listen(asio::socket_base::max_listen_connections, error);
-        if (error) {
+        std::optional<gid_t> group;
+        if (!m_options.allowedGroups.empty()) group = m_options.allowedGroups.front();
+        Tarv::RestrictSocketFile(m_name, m_path, group);
+        try {
+            m_acceptor->Listen(m_path);
+        } catch (std::system_error const&) {
             ::unlink(m_path.c_str());
-            throw PathError(error.value(), "cannot listen on", m_path);
+            throw;
         }
         // listen() itself changes nothing a watcher of the folder sees; setting the mode
         // again does (inotify's IN_ATTRIB), so that one waiting for the service
@@ -215,22 +161,7 @@ public:
 
     // Serves `fd`, a socket someone else made and bound; its file stays theirs.
     void Adopt(int fd) {
-        auto const problem = Tarv::CheckListeningUnixStream(fd);
-        if (problem.error != 0) {
-            if (::fcntl(fd, F_GETFD) != -1) ::close(fd);
-            throw std::system_error(problem.error, std::generic_category(),
-                                    "server " + m_name + ": refusing the socket handed over (fd " +
-                                        std::to_string(fd) + "), " + problem.what +
-                                        ": it must be a listening Unix stream socket");
-        }
-        ::fcntl(fd, F_SETFD, FD_CLOEXEC);
-        asio::error_code error;
-        m_acceptor.assign(asio::local::stream_protocol(), fd, error);
-        if (error) {
-            ::close(fd);
-            throw std::system_error(error.value(), std::generic_category(),
-                                    "server " + m_name + ": cannot serve the socket handed over");
-        }
+        m_acceptor->Adopt(fd);
         m_adopted = true;
         std::string const bound = Tarv::BoundPath(fd);
         if (bound != m_path) {
@@ -254,10 +185,7 @@ public:
             sessions.swap(m_sessions);
         }
         if (!m_adopted) ::unlink(m_path.c_str());
-        auto closeAcceptor = [self = shared_from_this()] {
-            asio::error_code ignored;
-            self->m_acceptor.close(ignored);
-        };
+        auto closeAcceptor = [self = shared_from_this()] { self->m_acceptor->Close(); };
         if (m_loop->RunsOnCurrentThread()) {
             closeAcceptor();
         } else {
@@ -279,37 +207,25 @@ public:
         return out;
     }
 
+    std::vector<Tarv::ServerUserCount> Users() const { return m_admission.Users(); }
+    Tarv::ServerLimits const& ClientLimits() const { return m_admission.Limits(); }
+
 private:
-    // True when users other than the server's own and root may connect.
-    bool AllowsOthers() const {
-        if (!m_options.allowedGroups.empty()) return true;
-        for (uid_t uid : m_options.allowedUsers) {
-            if (uid != 0 && uid != ::getuid()) return true;
+    using Over = Tarv::ServerAdmission::Over;
+
+    static Tarv::ServerAdmission::Rules RulesOf(Options const& options) {
+        Tarv::ServerAdmission::Rules rules{options.allowedUsers, options.allowedGroups,
+                                           options.reservedUsers, options.clientLimits};
+        if (rules.allowedUsers.empty()) rules.allowedUsers = {::getuid(), 0};
+        return rules;
+    }
+
+    static Tarv::ConnectionLimits SessionLimitsOf(Options const& options) {
+        Tarv::ConnectionLimits limits = options.limits;
+        if (options.clientLimits.outgoingBytes.max > 0) {
+            limits.maxQueuedBytes = options.clientLimits.outgoingBytes.max;
         }
-        return false;
-    }
-
-    bool Allowed(Tarv::PeerCredentials const& peer, int fd) const {
-        auto const& users = m_options.allowedUsers;
-        if (std::find(users.begin(), users.end(), peer.uid) != users.end()) return true;
-        auto const& groups = m_options.allowedGroups;
-        if (groups.empty()) return false;
-        auto const allowedGroup = [&groups](gid_t gid) {
-            return std::find(groups.begin(), groups.end(), gid) != groups.end();
-        };
-        if (allowedGroup(peer.gid)) return true;
-        auto const peerGroups = Tarv::ReadPeerGroups(fd);
-        return std::any_of(peerGroups.begin(), peerGroups.end(), allowedGroup);
-    }
-
-    void Accept() {
-        m_acceptor.async_accept(
-            [self = shared_from_this()](asio::error_code const& error,
-                                        asio::local::stream_protocol::socket socket) {
-                if (error == asio::error::operation_aborted) return;
-                if (!error) self->Accepted(std::move(socket));
-                if (!self->Stopped()) self->Accept();
-            });
+        return limits;
     }
 
     bool Stopped() const {
@@ -317,21 +233,26 @@ private:
         return m_stopped;
     }
 
-    void Accepted(asio::local::stream_protocol::socket socket) {
+    void Accepted(int fd) {
         std::lock_guard<std::recursive_mutex> dispatch(m_dispatch);
-        if (Stopped()) return;
-        int const fd = socket.release();
+        if (Stopped()) {
+            ::close(fd);
+            return;
+        }
         auto const peer = Tarv::ReadPeerCredentials(fd);
-        if (!peer || !Allowed(*peer, fd)) {
-            auto const line =
-                m_refusals.Refused(peer ? peer->uid : static_cast<uid_t>(-1), peer ? peer->pid : -1,
-                                   Tarv::RefusalLog::Clock::now());
-            if (line) IPCLog().Log(DPrint::Warning, "server %s: %s", m_name.c_str(), line->c_str());
+        if (!m_admission.Admit(peer, fd)) {
             ::close(fd);
             return;
         }
         std::string description = "server " + m_name + ": client pid " + std::to_string(peer->pid);
-        auto connection = Tarv::FramedConnection::Adopt(fd, description, m_options.limits, m_loop);
+        auto connection = Tarv::FramedConnection::Adopt(fd, description, m_sessionLimits, m_loop);
+        std::weak_ptr<Core> weakCore = shared_from_this();
+        connection->OnQueueFull([weakCore, peer = *peer](std::size_t) {
+            if (auto core = weakCore.lock()) {
+                core->m_admission.Closing(peer, Over::OutgoingBytes,
+                                          core->m_sessionLimits.maxQueuedBytes);
+            }
+        });
         SessionPtr session;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
@@ -339,31 +260,58 @@ private:
             m_sessions.emplace(session->Id(), session);
         }
         IPCLog().Log(DPrint::Info, "%s (uid %d) connected", description.c_str(), int(peer->uid));
-        std::weak_ptr<Core> weakCore = shared_from_this();
         std::weak_ptr<IPCServerSession> weakSession = session;
-        connection->OnClosed([weakCore, weakSession] {
+        connection->OnClosed([weakCore, weakSession, uid = peer->uid] {
             auto core = weakCore.lock();
-            auto session = weakSession.lock();
-            if (core && session) core->Closed(session);
+            if (!core) return;
+            core->Left(uid);
+            if (auto session = weakSession.lock()) core->Closed(session);
         });
         if (m_handlers.onConnected) m_handlers.onConnected(session);
-        connection->Start([weakCore, weakSession](IPCFrame& frame) {
+        auto waiting = m_countsWaiting ? std::make_shared<Tarv::Waiting>() : nullptr;
+        connection->Start([weakCore, weakSession, waiting](IPCFrame& frame) {
             auto core = weakCore.lock();
             auto session = weakSession.lock();
-            if (core && session) core->Received(session, frame);
+            if (core && session) core->Received(session, waiting, frame);
         });
     }
 
-    void Received(SessionPtr const& session, IPCFrame& frame) {
+    // Counts a new request of `session` among its waiting ones; nothing, with the
+    // connection closed, when it would go over a limit.
+    std::optional<std::shared_ptr<Tarv::WaitingRequest>> Wait(
+        SessionPtr const& session, std::shared_ptr<Tarv::Waiting> const& waiting,
+        IPCFrame const& frame) {
+        if (!waiting) return std::shared_ptr<Tarv::WaitingRequest>();
+        auto const& limits = m_admission.Limits();
+        std::size_t const bytes = frame.ByteSizeLong();
+        std::optional<std::pair<Over, std::size_t>> over;
+        if (limits.pendingRequests.max > 0 &&
+            waiting->requests.load() >= limits.pendingRequests.max) {
+            over.emplace(Over::PendingRequests, limits.pendingRequests.max);
+        } else if (limits.incomingBytes.max > 0 &&
+                   waiting->bytes.load() + bytes > limits.incomingBytes.max) {
+            over.emplace(Over::IncomingBytes, limits.incomingBytes.max);
+        }
+        if (!over) return std::make_shared<Tarv::WaitingRequest>(waiting, bytes);
+        m_admission.Closing(session->Peer(), over->first, over->second);
+        session->Close();
+        return std::nullopt;
+    }
+
+    void Received(SessionPtr const& session, std::shared_ptr<Tarv::Waiting> const& waiting,
+                  IPCFrame& frame) {
         std::lock_guard<std::recursive_mutex> dispatch(m_dispatch);
         if (Stopped()) return;
         unsigned int const id = frame.envelope().message_id();
         switch (frame.kind()) {
             case IPCFrame::REQUEST:
                 if (m_handlers.onRequest) {
+                    auto place = Wait(session, waiting, frame);
+                    if (!place) return;
                     m_handlers.onRequest(
                         IPCRequest{session, id, frame.request_number(),
-                                   IPCMessageEnvelope(std::move(*frame.mutable_envelope()))});
+                                   IPCMessageEnvelope(std::move(*frame.mutable_envelope())),
+                                   std::move(*place)});
                 }
                 return;
             case IPCFrame::ONE_WAY:
@@ -378,6 +326,14 @@ private:
                              "service; dropped",
                              m_name.c_str(), id, IPCFrame::Kind_Name(frame.kind()).c_str());
         }
+    }
+
+    // A connection of `uid` has ended: its place and its descriptor are free.
+    void Left(uid_t uid) {
+        m_admission.Left(uid);
+        // On the loop's thread, as the acceptor wants, unless the loop has ended (and the
+        // acceptor with it).
+        if (m_loop->RunsOnCurrentThread()) m_acceptor->Resume();
     }
 
     void Closed(SessionPtr const& session) {
@@ -396,8 +352,11 @@ private:
     std::string m_path;      // set while opening
     bool m_adopted = false;  // the socket was handed over: its file is not ours
     Handlers const m_handlers;
-    Options m_options;
-    asio::local::stream_protocol::acceptor m_acceptor;  // the loop thread's, once open
+    Options const m_options;
+    Tarv::ServerAdmission m_admission;
+    Tarv::ConnectionLimits const m_sessionLimits;
+    bool const m_countsWaiting;  // a limit needs the requests waiting counted
+    std::shared_ptr<Tarv::SocketAcceptor> const m_acceptor;
 
     // Held while handlers run and by Stop; recursive, for handlers that stop the server.
     std::recursive_mutex m_dispatch;
@@ -405,7 +364,6 @@ private:
     bool m_stopped = false;
     std::uint64_t m_lastSession = 0;
     std::map<std::uint64_t, SessionPtr> m_sessions;
-    Tarv::RefusalLog m_refusals;  // the loop thread's
 };
 
 IPCServer::IPCServer(std::string const& name, Handlers handlers, Options options)
@@ -433,4 +391,12 @@ std::size_t IPCServer::Broadcast(unsigned int id, IPCMessageEnvelope const& enve
     std::size_t sent = 0;
     for (auto const& session : Sessions()) sent += session->Notify(id, envelope) ? 1 : 0;
     return sent;
+}
+
+std::vector<Tarv::ServerUserCount> IPCServer::Users() const {
+    return m_core->Users();
+}
+
+Tarv::ServerLimits const& IPCServer::ClientLimits() const {
+    return m_core->ClientLimits();
 }

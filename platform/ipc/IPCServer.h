@@ -15,8 +15,12 @@
 // and folder are left as they are, on Stop too, since they belong to whoever made them.
 // A connecting process is accepted only when its user, as the kernel reports it
 // (SO_PEERCRED), is one of the allowed users (by default the server's own user and root) or
-// it belongs to one of the allowed groups. Refusals are logged once per user and minute,
-// then as a count.
+// it belongs to one of the allowed groups, and when the limits of Options::clientLimits
+// leave room (none by default; see IPCServerLimits.h). Refusals are logged once per user,
+// reason and minute, then as a count. Out of descriptors, the server stops accepting until
+// one of its connections closes or a short back-off passes, and says so once a minute.
+// Policy lives beside it: the runtime folder's in RuntimeFolder.h, who may connect and how
+// much each may hold in ServerAdmission.h; the accept loop is transport/SocketAcceptor.h.
 //
 // Threads: handlers run one at a time on the server's loop thread: the thread of the loop
 // given in Options (a task's, so that a service answers on its own task with no hop), else
@@ -35,12 +39,14 @@
 #include "framework/ipc/IPCMessageEnvelope.h"
 #include "platform/TarvExport.h"
 #include "platform/ipc/IPCFrameLimit.h"
+#include "platform/ipc/IPCServerLimits.h"
 #include "platform/ipc/PeerCredentials.h"
 #include "platform/task/EventLoopOwner.h"
 
 namespace Tarv {
 class FramedConnection;
-}
+class WaitingRequest;
+}  // namespace Tarv
 
 // One accepted connection. Any thread may use it; once the connection has ended its
 // operations do nothing and report false.
@@ -68,16 +74,27 @@ private:
 
 // One request, as the request handler receives it. Copyable: keep it to answer later.
 struct TARV_EXPORT IPCRequest {
+    IPCRequest() = default;
+    IPCRequest(std::shared_ptr<IPCServerSession> session, unsigned int id, std::uint64_t number,
+               IPCMessageEnvelope envelope, std::shared_ptr<Tarv::WaitingRequest> waiting = nullptr)
+        : session(std::move(session)),
+          id(id),
+          number(number),
+          envelope(std::move(envelope)),
+          waiting(std::move(waiting)) {}
+
     std::shared_ptr<IPCServerSession> session;
     unsigned int id = 0;
     std::uint64_t number = 0;
     IPCMessageEnvelope envelope;
+    // Holds the request's place among those its connection has waiting for an answer
+    // (ServerLimits::pendingRequests) until it is answered or every copy has gone; empty
+    // when the server counts none.
+    std::shared_ptr<Tarv::WaitingRequest> waiting;
 
     // Sends `response` under the request's identifier, paired with it. False when the
     // connection has ended.
-    bool Respond(IPCMessageEnvelope const& response) const {
-        return session->Respond(id, number, response);
-    }
+    bool Respond(IPCMessageEnvelope const& response) const;
 };
 
 class TARV_EXPORT IPCServer {
@@ -96,6 +113,14 @@ public:
         // Groups whose members (primary or supplementary) are allowed to connect.
         std::vector<gid_t> allowedGroups;
         Tarv::ConnectionLimits limits;
+        // What each client may hold; none by default.
+        Tarv::ServerLimits clientLimits;
+        // Users whom others filling the server (clientLimits.connections) never lock out,
+        // e.g. the admins.
+        std::vector<uid_t> reservedUsers;
+        // Descriptors this endpoint keeps in reserve, to accept connections still when the
+        // process has run out; none by default.
+        Tarv::DescriptorReserve descriptorReserve;
         // The loop that accepts, reads and runs the handlers; null: the shared IO thread's.
         std::shared_ptr<Tarv::EventLoop> loop;
         // A socket already listening, served instead of making one; none: make one. The
@@ -122,6 +147,9 @@ public:
     std::vector<SessionPtr> Sessions() const;
     // Pushes a notification to every connection; returns to how many it went.
     std::size_t Broadcast(unsigned int id, IPCMessageEnvelope const& envelope);
+    // The connections and refusals of every user seen, by uid.
+    std::vector<Tarv::ServerUserCount> Users() const;
+    Tarv::ServerLimits const& ClientLimits() const;
 
 private:
     class Core;

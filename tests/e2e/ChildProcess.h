@@ -79,6 +79,8 @@ public:
     ChildProcess& operator=(ChildProcess const&) = delete;
 
     bool Started() const { return m_pid > 0; }
+    // The child's process id (under an emulator, the emulator's); -1 when it did not start.
+    pid_t Pid() const { return m_pid; }
     void Signal(int signal) {
         if (m_pid > 0) ::kill(m_pid, signal);
     }

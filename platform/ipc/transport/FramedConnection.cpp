@@ -15,6 +15,10 @@ namespace Tarv {
 
 namespace {
 constexpr std::size_t kReadChunk = 64 * 1024;
+// A drained send queue keeps this much of its memory for the next burst and gives back the
+// rest: a burst to a slow reader (up to the queue's bound) is not held by every idle
+// connection afterwards.
+constexpr std::size_t kKeptQueueBytes = 64 * 1024;
 
 bool WouldBlock(int error) {
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
@@ -99,6 +103,10 @@ bool FramedConnection::Post(std::function<void()> work) {
     return CurrentLoop()->Post(std::move(work));
 }
 
+void FramedConnection::OnQueueFull(std::function<void(std::size_t queued)> onQueueFull) {
+    m_onQueueFull = std::move(onQueueFull);
+}
+
 CallbackConnection FramedConnection::OnClosed(std::function<void()> onClosed) {
     std::shared_ptr<EventLoop> loop;
     {
@@ -128,7 +136,7 @@ bool FramedConnection::MarkClosed() {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (!m_open) return false;
     m_open = false;
-    m_pending.clear();
+    std::string().swap(m_pending);
     m_pendingOffset = 0;
     return true;
 }
@@ -170,11 +178,23 @@ void FramedConnection::ReadSome() {
 void FramedConnection::OnRead(std::size_t bytes) {
     if (!IsOpen()) return;
     m_decoder.Feed(m_io->buffer.data(), bytes);
-    for (;;) {
+    HandleFrames();
+}
+
+void FramedConnection::HandleFrames() {
+    for (int handled = 0;;) {
         switch (m_decoder.Next(m_frame)) {
             case FrameDecoder::Status::Frame:
                 if (m_onFrame) m_onFrame(m_frame);
                 if (!IsOpen()) return;
+                if (++handled == kFramesPerTurn) {
+                    // Behind whatever the loop has ready now. Asio keeps the handler's
+                    // memory for the next one: no allocation per turn.
+                    asio::post(m_io->socket.get_executor(), [self = shared_from_this()] {
+                        if (self->IsOpen()) self->HandleFrames();
+                    });
+                    return;
+                }
                 continue;
             case FrameDecoder::Status::NeedMore:
                 ReadSome();
@@ -235,9 +255,13 @@ FramedConnection::SendResult FramedConnection::SendBytes(std::string const& byte
     std::size_t const queued = m_pending.size() - m_pendingOffset;
     if (queued + bytes.size() - written > m_limits.maxQueuedBytes) {
         lock.unlock();
-        IPCLog().Log(DPrint::Warning,
-                     "%s: the peer is not reading and %zu bytes wait to be sent; closing",
-                     m_description.c_str(), queued);
+        if (m_onQueueFull) {
+            m_onQueueFull(queued);
+        } else {
+            IPCLog().Log(DPrint::Warning,
+                         "%s: the peer is not reading and %zu bytes wait to be sent; closing",
+                         m_description.c_str(), queued);
+        }
         Close();
         return SendResult::QueueFull;
     }
@@ -286,7 +310,11 @@ void FramedConnection::OnWritable() {
         }
         m_pendingOffset += static_cast<std::size_t>(sent);
     }
-    m_pending.clear();
+    if (m_pending.capacity() > kKeptQueueBytes) {
+        std::string().swap(m_pending);
+    } else {
+        m_pending.clear();
+    }
     m_pendingOffset = 0;
 }
 

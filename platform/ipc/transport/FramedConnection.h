@@ -5,8 +5,11 @@
 // Loop: a connection is served by one EventLoop: the shared IO thread's unless Adopt or
 // Start names another (the loop of the task that will handle its frames). "The loop's thread" below
 // is that loop's thread. When the loop ends, the connection closes there. Reading: after Start, the
-// loop's thread reads what the socket holds, decodes every whole frame in a row and hands each to
-// the frame handler. A frame over the size limit, or one that does not parse, closes the connection
+// loop's thread reads what the socket holds, decodes the whole frames in a row and hands each to
+// the frame handler, at most kFramesPerTurn in one turn of the loop: the rest wait behind what
+// else the loop has to do (other connections' frames), so that a peer that writes requests as
+// fast as it can never starves the others; the socket is read again once they are handled.
+// A frame over the size limit, or one that does not parse, closes the connection
 // with one log line. Writing: Send may be called from any thread; each frame is written whole, in
 // the order of the calls. When nothing waits before it and the socket takes it, a frame is written
 // on the calling thread (no thread hop); otherwise its bytes join the send queue, which
@@ -41,6 +44,11 @@ public:
     using FrameHandler = std::function<void(IPCFrame& frame)>;
     enum class SendResult { Sent, Closed, TooLarge, QueueFull };
     using Limits = ConnectionLimits;
+    // Frames handled in one turn of the loop. One turn takes the largest burst a client of
+    // the product sends at once (a reconnecting client asks for some twenty resources and
+    // subscribes again), while a flooding peer holds the loop for 32 frames' work, tens of
+    // microseconds each, before the others' turn.
+    static constexpr int kFramesPerTurn = 32;
 
     // Takes ownership of `fd`, a connected stream socket, on `loop` (null: the shared IO
     // thread's). `description` names the connection in log lines ("Vellmark", "client pid 42").
@@ -62,6 +70,10 @@ public:
     CallbackConnection OnClosed(std::function<void()> onClosed);
     // Runs `work` on the loop's thread; false, with `work` dropped, once the loop has ended.
     bool Post(std::function<void()> work);
+    // Called, on the sending thread, when a send finds the queue full (Limits::maxQueuedBytes)
+    // with the bytes queued, in place of the connection's own log line; the connection then
+    // closes as always. For a server that reports it its own way: set it before any Send.
+    void OnQueueFull(std::function<void(std::size_t queued)> onQueueFull);
 
     // Sends the frame MakeFrame(kind, id, envelope, number) makes, encoded straight from the
     // envelope into this thread's send buffer: no copy of the payload, no allocation once
@@ -84,6 +96,9 @@ private:
 
     void ReadSome();
     void OnRead(std::size_t bytes);
+    // Hands the frames decoded to the frame handler, one turn's worth, then reads again or
+    // leaves the rest for the next turn.
+    void HandleFrames();
     // Writes what the socket takes now, with the lock held.
     ssize_t SendSome(char const* data, std::size_t size);
     // Sends the encoded frame `bytes` (see Send).
@@ -111,6 +126,7 @@ private:
     Limits const m_limits;
     std::optional<PeerCredentials> const m_peer;
     std::shared_ptr<CallbackList<std::function<void()>>> const m_closedHandlers;
+    std::function<void(std::size_t)> m_onQueueFull;  // set before any send
 
     // Set by Start and cleared by Finish under m_mutex; called on the loop's thread only.
     FrameHandler m_onFrame;

@@ -2,26 +2,50 @@
 
 namespace Tarv {
 
+namespace {
+constexpr char kNotAllowed[] = "not an allowed user";
+
+std::string Peer(uid_t uid, pid_t pid) {
+    return "uid " + std::to_string(uid) + " (pid " + std::to_string(pid) + ")";
+}
+}  // namespace
+
 std::optional<std::string> RefusalLog::Refused(uid_t uid, pid_t pid, Clock::time_point now) {
-    auto const found = m_users.find(uid);
-    if (found != m_users.end() && now - found->second.logged < kWindow) {
+    return Refused(uid, pid, kNotAllowed, now);
+}
+
+std::optional<std::string> RefusalLog::Refused(uid_t uid, pid_t pid, std::string const& reason,
+                                               Clock::time_point now) {
+    return Note(uid, reason, "refused a connection from " + Peer(uid, pid) + ": " + reason,
+                "refused", now);
+}
+
+std::optional<std::string> RefusalLog::Closed(uid_t uid, pid_t pid, std::string const& reason,
+                                              Clock::time_point now) {
+    return Note(uid, reason, "closed a connection of " + Peer(uid, pid) + ": " + reason, "closed",
+                now);
+}
+
+std::optional<std::string> RefusalLog::Note(uid_t uid, std::string const& reason, std::string what,
+                                            char const* counted, Clock::time_point now) {
+    auto key = std::make_pair(uid, reason);
+    auto const found = m_entries.find(key);
+    if (found != m_entries.end() && now - found->second.logged < kWindow) {
         ++found->second.counted;
         return std::nullopt;
     }
-    std::string text = "refused a connection from uid " + std::to_string(uid) + " (pid " +
-                       std::to_string(pid) + "): not an allowed user";
-    if (found != m_users.end() && found->second.counted > 0) {
-        text += "; " + std::to_string(found->second.counted) +
-                " more refused from this user since the last line";
+    if (found != m_entries.end() && found->second.counted > 0) {
+        what += "; " + std::to_string(found->second.counted) + " more " + counted +
+                " from this user since the last line";
     }
-    // Users quiet for a minute with nothing counted are forgotten; a count waits for its
-    // user's next refusal, so the table holds at most one entry per local user.
-    for (auto it = m_users.begin(); it != m_users.end();) {
+    // Entries quiet for a minute with nothing counted are forgotten; a count waits for its
+    // user's next refusal, so the table holds at most one entry per local user and reason.
+    for (auto it = m_entries.begin(); it != m_entries.end();) {
         bool const stale = now - it->second.logged >= kWindow && it->second.counted == 0;
-        it = stale ? m_users.erase(it) : std::next(it);
+        it = stale ? m_entries.erase(it) : std::next(it);
     }
-    m_users[uid] = User{now, 0};
-    return text;
+    m_entries[std::move(key)] = Entry{now, 0};
+    return what;
 }
 
 }  // namespace Tarv

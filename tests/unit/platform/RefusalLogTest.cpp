@@ -51,4 +51,27 @@ TEST(RefusalLogTest, ACountWaitsForItsUsersNextRefusalWhileQuietUsersAreForgotte
     EXPECT_EQ(again->find("more refused"), std::string::npos) << *again;
 }
 
+TEST(RefusalLogTest, EachReasonHasAMinuteOfItsOwnAndItsLineNamesIt) {
+    RefusalLog log;
+    RefusalLog::Clock::time_point const start{};
+    std::string const perUser = "over the limit of 3 connections per user (--per-user)";
+    auto const first = log.Refused(1000, 42, perUser, start);
+    ASSERT_TRUE(first.has_value());
+    EXPECT_EQ(*first,
+              "refused a connection from uid 1000 (pid 42): over the limit of 3 connections per "
+              "user (--per-user)");
+    EXPECT_FALSE(log.Refused(1000, 42, perUser, start + 1s).has_value());
+    // Another reason of the same user is written at once.
+    auto const closed = log.Closed(1000, 43, "over the limit of 2 requests", start + 2s);
+    ASSERT_TRUE(closed.has_value());
+    EXPECT_EQ(*closed, "closed a connection of uid 1000 (pid 43): over the limit of 2 requests");
+    EXPECT_FALSE(log.Closed(1000, 43, "over the limit of 2 requests", start + 3s).has_value());
+    EXPECT_TRUE(log.Refused(1000, 44, start + 3s).has_value()) << "not an allowed user";
+    auto const later = log.Closed(1000, 43, "over the limit of 2 requests", start + 62s);
+    ASSERT_TRUE(later.has_value());
+    EXPECT_EQ(*later,
+              "closed a connection of uid 1000 (pid 43): over the limit of 2 requests; 1 more "
+              "closed from this user since the last line");
+}
+
 }  // namespace

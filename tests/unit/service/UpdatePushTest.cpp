@@ -118,5 +118,49 @@ TEST(UpdatePush, AbandonedTellsItsRequesterOnceAndTakesNoMoreAcknowledgements) {
     EXPECT_EQ(test.sent[1], 1);
 }
 
+TEST(UpdatePush, SpreadOverTurnsItSendsABoundedNumberOfFirstUpdatesAtATime) {
+    PushUnderTest test(10, 4);
+    std::vector<std::function<void()>> deferred;
+    test.push->SpreadOver([&deferred](std::function<void()> work) { deferred.push_back(work); }, 6);
+    test.push->Start({Session(1), Session(2), Session(3)});
+    // Whole windows until six updates have gone in this turn; the rest wait their turn.
+    EXPECT_EQ(test.sent[1], 4);
+    EXPECT_EQ(test.sent[2], 4);
+    EXPECT_EQ(test.sent[3], 0);
+    ASSERT_EQ(deferred.size(), 1u);
+    // An acknowledgement meanwhile is answered at once, as ever.
+    test.push->Acknowledged(kUpdateId, 1);
+    EXPECT_EQ(test.sent[1], 5);
+    auto next = deferred.back();
+    deferred.clear();
+    next();
+    EXPECT_EQ(test.sent[3], 4);
+    EXPECT_TRUE(deferred.empty()) << "every first window has gone";
+    EXPECT_FALSE(test.push->Finished());
+}
+
+TEST(UpdatePush, WorkDeferredForAPushThatHasGoneDoesNothing) {
+    std::vector<std::function<void()>> deferred;
+    {
+        PushUnderTest test(10, 4);
+        test.push->SpreadOver([&deferred](std::function<void()> work) { deferred.push_back(work); },
+                              4);
+        test.push->Start({Session(1), Session(2)});
+        ASSERT_EQ(deferred.size(), 1u);
+    }
+    deferred.back()();  // the push, and its test, are gone: nothing is touched
+}
+
+TEST(UpdatePush, AbandonedWhileSpreadItSendsNoMore) {
+    PushUnderTest test(10, 4);
+    std::vector<std::function<void()>> deferred;
+    test.push->SpreadOver([&deferred](std::function<void()> work) { deferred.push_back(work); }, 4);
+    test.push->Start({Session(1), Session(2)});
+    test.push->Abandon();
+    deferred.back()();
+    EXPECT_EQ(test.sent[2], 0);
+    EXPECT_EQ(test.doneCalls, 1);
+}
+
 }  // namespace
 }  // namespace Vellmark::ServiceTest

@@ -65,7 +65,7 @@ export function el(tag, attributes = {}, ...children) {
     else if (key.startsWith('on')) node.addEventListener(key.slice(2), value);
     else node.setAttribute(key, value === true ? '' : value);
   }
-  for (const child of children.flat()) {
+  for (const child of children.flat(Infinity)) {
     if (child === undefined || child === null) continue;
     node.append(child instanceof Node ? child : String(child));
   }

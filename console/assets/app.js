@@ -58,7 +58,7 @@ function showFrame(frame) {
   const list = el('dl');
   row(list, 'time', frame.time);
   row(list, 'direction', frame.direction === 'in' ? 'client → vellmarkd' : 'vellmarkd → client');
-  const client = diagram.clients.get(frame.session);
+  const client = diagram.known.get(frame.session);
   row(list, 'client', '#' + frame.session + (client ? ' ' + client.program + ' (pid ' + client.pid + ')' : ''));
   row(list, 'kind', frame.kind);
   row(list, 'message', frame.messageId + ' ' + (frame.messageName || ''));

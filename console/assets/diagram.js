@@ -8,10 +8,11 @@ import { shortName } from './api.js';
 const NS = 'http://www.w3.org/2000/svg';
 const TIME_W = 104;
 const SERVICE_X = TIME_W + 84;
-const LANE_GAP = 210;
+const MAX_GAP = 210;
+const MIN_GAP = 150;
 const ROW = 30;
 const TOP = 10;
-const BOX_W = 178;
+const BOX_W = 140;
 
 function svg(tag, attributes = {}, text) {
   const node = document.createElementNS(NS, tag);
@@ -38,11 +39,13 @@ export class Diagram {
     this.empty = empty;
     this.onSelect = onSelect;
     this.selected = null;
-    this.clients = new Map();  // session -> {program, pid, user}
+    this.clients = new Map();  // session -> {program, pid, user}, connected now
+    this.known = new Map();    // the same for every client seen, gone ones too
   }
 
   setClients(clients) {
     this.clients = new Map(clients.map((client) => [client.session, client]));
+    for (const client of clients) this.known.set(client.session, client);
   }
 
   // Lanes: the connected clients and any client with a frame shown, by session.
@@ -50,17 +53,21 @@ export class Diagram {
     const sessions = new Set(this.clients.keys());
     for (const frame of frames) sessions.add(frame.session);
     const ordered = [...sessions].sort((a, b) => a - b);
-    return new Map(ordered.map((session, i) => [session, SERVICE_X + (i + 1) * LANE_GAP]));
+    return this.place(ordered);
+  }
+
+  // Lanes share the width there is, neither crowded nor far apart.
+  place(sessions) {
+    const room = (this.scroller.clientWidth - SERVICE_X - BOX_W / 2 - 10) / Math.max(sessions.length, 1);
+    this.gap = Math.max(MIN_GAP, Math.min(MAX_GAP, room));
+    return new Map(sessions.map((session, i) => [session, SERVICE_X + (i + 1) * this.gap]));
   }
 
   render(frames, filterSession) {
     const atBottom = this.scroller.scrollTop + this.scroller.clientHeight >= this.scroller.scrollHeight - 40;
     let lanes = this.lanes(frames);
-    if (filterSession !== '') {
-      const only = Number(filterSession);
-      lanes = new Map([[only, SERVICE_X + LANE_GAP]]);
-    }
-    const width = Math.max(SERVICE_X + (lanes.size + 1) * LANE_GAP - 60, this.scroller.clientWidth);
+    if (filterSession !== '') lanes = this.place([Number(filterSession)]);
+    const width = Math.max(SERVICE_X + lanes.size * this.gap + BOX_W / 2 + 10, this.scroller.clientWidth);
     const height = TOP * 2 + frames.length * ROW;
     this.drawHead(lanes, width);
     this.body.replaceChildren();
@@ -98,12 +105,14 @@ export class Diagram {
     this.head.append(svg('text', { class: 'lane-title service-title', x: SERVICE_X, y: 24, 'text-anchor': 'middle' }, 'vellmarkd'));
     this.head.append(svg('text', { class: 'lane-sub service-sub', x: SERVICE_X, y: 39, 'text-anchor': 'middle' }, 'Vellmark endpoint'));
     for (const [session, x] of lanes) {
-      const client = this.clients.get(session);
+      const connected = this.clients.has(session);
+      const client = this.known.get(session);
       const group = svg('g', { class: 'lane', 'data-session': session });
-      group.append(svg('rect', { class: 'lane-box' + (client ? '' : ' gone'), x: x - BOX_W / 2, y: 7, width: BOX_W, height: 40, rx: 7 }));
+      group.append(svg('rect', { class: 'lane-box' + (connected ? '' : ' gone'), x: x - BOX_W / 2, y: 7, width: BOX_W, height: 40, rx: 7 }));
       const name = client && client.program ? client.program : 'client';
       group.append(svg('text', { class: 'lane-title', x, y: 24, 'text-anchor': 'middle' }, '#' + session + ' ' + name));
-      const sub = client ? 'pid ' + client.pid + (client.user ? ' · ' + client.user : '') : 'gone';
+      const who = client ? 'pid ' + client.pid + (client.user ? ' · ' + client.user : '') : '';
+      const sub = connected ? who : who ? who + ' · gone' : 'gone';
       group.append(svg('text', { class: 'lane-sub', x, y: 39, 'text-anchor': 'middle' }, sub));
       this.head.append(group);
     }

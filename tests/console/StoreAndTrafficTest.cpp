@@ -44,7 +44,7 @@ TEST_F(ConsoleTest, EveryAnswerIsMasked) {
     // The traffic of a client that reads every resource, and an update it acknowledges.
     auto subscriber = std::make_unique<ChildProcess>(
         VELLMARKCTL_PATH,
-        std::vector<std::string>{"--runtime-dir", Folder(), "subscribe", "presets"});
+        std::vector<std::string>{"--runtime-dir", Folder(), "--timeout", "0", "subscribe", "presets"});
     ASSERT_TRUE(subscriber->WaitForError("subscribed to presets", kBound));
     for (auto const& resource : Vellmark::Admin::Resources()) {
         if (resource.queryId) {

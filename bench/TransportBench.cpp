@@ -30,6 +30,7 @@
 #include "VellmarkAdmin.pb.h"
 #include "admin/AdminClient.h"
 #include "admin/Json.h"
+#include "bench/ConsoleAttachment.h"
 #include "bench/Floors.h"
 #include "bench/Payload.h"
 #include "bench/ServiceProcess.h"
@@ -54,6 +55,9 @@ struct Options {
     std::uint32_t window = 64;
     int rounds = 3;
     std::string vellmarkd = VELLMARKD_PATH;
+    // vellmark-console to watch the service with, a page streaming its traffic (none when
+    // empty).
+    std::string console;
     // The paths to measure (all when empty): for profiling one at a time.
     std::vector<std::string> only;
 
@@ -319,6 +323,9 @@ int Run(Options const& options, std::string const& self) {
         Fail("vellmarkd did not answer GetSources with " + std::to_string(kSourceCount) +
              " sources within 30 s; its log:\n" + service.LogTail());
     }
+    std::unique_ptr<ConsoleAttachment> console;
+    if (!options.console.empty())
+        console = std::make_unique<ConsoleAttachment>(options.console, service.Folder());
     Vellmark::Admin::AdminClient admin(kBound);
     std::printf(
         "transport_bench: %d round trips and %u notifications (window %u) per path, "
@@ -345,6 +352,11 @@ int Run(Options const& options, std::string const& self) {
         "floor_cpu_us=%.1f\n",
         perS, floorPerS, perS / floorPerS, MedianOf(rounds, &Round::cpuUs),
         MedianOf(rounds, &Round::floorCpuUs));
+    if (console) {
+        std::printf("console: a page streamed %llu frames; the console dropped %llu for it\n",
+                    static_cast<unsigned long long>(console->Frames()),
+                    static_cast<unsigned long long>(console->Dropped()));
+    }
     return 0;
 }
 
@@ -376,6 +388,8 @@ int main(int argc, char** argv) {
         ->capture_default_str()
         ->check(CLI::Range(1, 100));
     app.add_option("--vellmarkd", options.vellmarkd, "the service program")->capture_default_str();
+    app.add_option("--console", options.console,
+                   "measure with this vellmark-console watching, a page streaming its traffic");
     app.add_option("--only", options.only, "measure only these paths (to profile one)")
         ->check(CLI::IsMember({"floor", "on-task", "other-thread", "floor-push", "notifications"}));
     app.add_option("--floor-server", floorMode)->group("");  // the floor's child process

@@ -94,12 +94,13 @@ void AdminLink::Watch() {
         std::string why;
         try {
             auto admin = Connect(m_bound);
-            admin->Monitor(m_onTraffic);
             {
+                // Stop closes it from now on, so that no wait of it outlasts the console.
                 std::lock_guard<std::mutex> lock(m_mutex);
                 m_watching = admin;
                 if (m_stopping) admin->Close();
             }
+            admin->Monitor(m_onTraffic);
             m_onState({true, "watching the traffic through " + m_path});
             admin->WaitClosed(std::chrono::milliseconds(0));
             {

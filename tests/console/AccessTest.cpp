@@ -113,7 +113,7 @@ TEST_F(ConsoleTest, PortZeroPicksAFreePortAndATakenPortIsRefused) {
     ASSERT_TRUE(third.WaitForOutput("\n", kBound));
     EXPECT_EQ(third.Output().find("127.0.0.1:" + std::to_string(Port()) + "/"), std::string::npos);
     third.Signal(SIGTERM);
-    EXPECT_EQ(third.ExitCode(), 0) << third.Errors();
+    EXPECT_EQ(third.ExitCode(kStopBound), 0) << third.Errors();
 }
 
 TEST_F(ConsoleTest, TheConsoleGetsIntoVellmarkdOnlyAsItsUserWould) {
@@ -138,7 +138,7 @@ TEST_F(ConsoleTest, TheConsoleGetsIntoVellmarkdOnlyAsItsUserWould) {
     ChildProcess allowed("/usr/bin/setpriv", asNobody, {{}, true});
     EXPECT_TRUE(allowed.WaitForOutput("?token=", kBound)) << allowed.Errors();
     allowed.Signal(SIGTERM);
-    EXPECT_EQ(allowed.ExitCode(), 0) << allowed.Errors();
+    EXPECT_EQ(allowed.ExitCode(kStopBound), 0) << allowed.Errors();
 }
 
 TEST_F(ConsoleTest, AServiceThatIsNotThereYetIsWaitedFor) {

@@ -35,13 +35,17 @@ inline void ExpectNoSecret(std::string const& where, std::string const& text,
     }
 }
 
+// How long a console may take to stop: it ends its waits for the service first, each of
+// which an emulator under load may stretch.
+constexpr auto kStopBound = std::chrono::milliseconds(60s);
+
 class ConsoleTest : public ServiceTest {
 protected:
     ~ConsoleTest() override {
         // A console that ended already is not signalled: its pid may be another's now.
         if (m_console && !m_console->Wait(std::chrono::milliseconds(0))) {
             m_console->Signal(SIGTERM);
-            m_console->Wait(kBound);
+            m_console->Wait(kStopBound);
         }
     }
 

@@ -43,8 +43,8 @@ TEST_F(ConsoleTest, EveryAnswerIsMasked) {
 
     // The traffic of a client that reads every resource, and an update it acknowledges.
     auto subscriber = std::make_unique<ChildProcess>(
-        VELLMARKCTL_PATH,
-        std::vector<std::string>{"--runtime-dir", Folder(), "--timeout", "0", "subscribe", "presets"});
+        VELLMARKCTL_PATH, std::vector<std::string>{"--runtime-dir", Folder(), "--timeout", "0",
+                                                   "subscribe", "presets"});
     ASSERT_TRUE(subscriber->WaitForError("subscribed to presets", kBound));
     for (auto const& resource : Vellmark::Admin::Resources()) {
         if (resource.queryId) {
@@ -228,7 +228,7 @@ TEST_F(ConsoleTest, StopsCleanlyOnSigterm) {
     StartService();
     StartConsole();
     Console().Signal(SIGTERM);
-    EXPECT_EQ(Console().ExitCode(), 0) << Console().Errors();
+    EXPECT_EQ(Console().ExitCode(kStopBound), 0) << Console().Errors();
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <regex>
 #include <stdexcept>
@@ -136,11 +137,18 @@ void ConsoleAttachment::Read(int socket) {
                 }
             } else if (line.rfind("data: ", 0) == 0 && event == "dropped") {
                 m_dropped = std::stoull(std::string(line.substr(6)));
-            } else if (line.rfind("data: ", 0) == 0 && event == "status" &&
-                       line.find("\"watching\":true") != std::string_view::npos) {
-                std::lock_guard<std::mutex> lock(m_mutex);
-                m_watching = true;
-                m_changed.notify_all();
+            } else if (line.rfind("data: ", 0) == 0 && event == "status") {
+                std::string_view const mark = "\"lost\":";
+                auto const at = line.find(mark);
+                if (at != std::string_view::npos) {
+                    m_lost = std::strtoull(std::string(line.substr(at + mark.size())).c_str(),
+                                           nullptr, 10);
+                }
+                if (line.find("\"watching\":true") != std::string_view::npos) {
+                    std::lock_guard<std::mutex> lock(m_mutex);
+                    m_watching = true;
+                    m_changed.notify_all();
+                }
             }
         }
         pending.erase(0, start);

@@ -27,6 +27,8 @@ public:
     // Frames the page received, and those the console said it dropped for it.
     std::uint64_t Frames() const { return m_frames; }
     std::uint64_t Dropped() const { return m_dropped; }
+    // Times vellmarkd ended the console's watch because it read too slowly.
+    std::uint64_t Lost() const { return m_lost; }
 
 private:
     // Reads the URL from `output`, opens the stream and waits until the console watches.
@@ -38,6 +40,7 @@ private:
     int m_socket = -1;
     std::atomic<std::uint64_t> m_frames{0};
     std::atomic<std::uint64_t> m_dropped{0};
+    std::atomic<std::uint64_t> m_lost{0};
     std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_watching = false;

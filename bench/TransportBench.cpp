@@ -353,9 +353,12 @@ int Run(Options const& options, std::string const& self) {
         perS, floorPerS, perS / floorPerS, MedianOf(rounds, &Round::cpuUs),
         MedianOf(rounds, &Round::floorCpuUs));
     if (console) {
-        std::printf("console: a page streamed %llu frames; the console dropped %llu for it\n",
-                    static_cast<unsigned long long>(console->Frames()),
-                    static_cast<unsigned long long>(console->Dropped()));
+        std::printf(
+            "console: a page streamed %llu frames; the console dropped %llu for it; vellmarkd "
+            "ended the console's watch %llu times for reading too slowly\n",
+            static_cast<unsigned long long>(console->Frames()),
+            static_cast<unsigned long long>(console->Dropped()),
+            static_cast<unsigned long long>(console->Lost()));
     }
     return 0;
 }

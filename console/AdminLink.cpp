@@ -101,18 +101,20 @@ void AdminLink::Watch() {
                 if (m_stopping) admin->Close();
             }
             admin->Monitor(m_onTraffic);
-            m_onState({true, "watching the traffic through " + m_path});
+            m_onState({true, "watching the traffic through " + m_path, m_lost});
             admin->WaitClosed(std::chrono::milliseconds(0));
             {
                 std::lock_guard<std::mutex> lock(m_mutex);
                 m_watching.reset();
             }
-            why = "vellmarkd closed the connection at " + m_path;
+            ++m_lost;
+            why = "vellmarkd closed the connection at " + m_path +
+                  " (it does so when the console reads its frames slower than it sends them)";
         } catch (AdminError const& error) {
             why = error.what();
         }
         if (Stopping()) break;
-        m_onState({false, why});
+        m_onState({false, why, m_lost});
         std::unique_lock<std::mutex> lock(m_mutex);
         m_stopped.wait_for(lock, kRetryPeriod, [this] { return m_stopping; });
     }

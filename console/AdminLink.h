@@ -10,6 +10,7 @@
 // runs on the link's own thread. Stop (or the destructor) ends that thread.
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -28,6 +29,9 @@ public:
     struct State {
         bool watching = false;
         std::string message;
+        // Times the service ended a watch under way: it closes a watcher that does not read
+        // its frames as fast as it sends them, rather than wait for it.
+        std::uint64_t lost = 0;
     };
     using OnTraffic = std::function<void(Vellmark::Admin::TrafficEvent const&)>;
     using OnState = std::function<void(State const&)>;
@@ -75,6 +79,7 @@ private:
     std::condition_variable m_stopped;
     bool m_stopping = false;
     std::shared_ptr<Vellmark::Admin::AdminClient> m_watching;
+    std::uint64_t m_lost = 0;  // the watcher's own
     std::thread m_watcher;
 };
 

@@ -60,6 +60,7 @@ void Console::PublishStatus(AdminLink::State const& state) {
     fields["watching"].set_bool_value(state.watching);
     fields["message"].set_string_value(state.message);
     fields["endpoint"].set_string_value(m_link.Path());
+    fields["lost"].set_number_value(static_cast<double>(state.lost));
     std::string json;
     google::protobuf::util::MessageToJsonString(status, &json);
     m_feed.PublishState("status", json);

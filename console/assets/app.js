@@ -84,6 +84,9 @@ function setStatus(status) {
   pill.className = 'pill ' + (status.watching ? 'on' : 'off');
   pill.textContent = status.watching ? 'vellmarkd connected' : 'vellmarkd away';
   pill.title = status.message || '';
+  const lost = Number(status.lost || 0);
+  $('lost').hidden = lost === 0;
+  $('lost').textContent = 'watch lost ' + lost + '×';
 }
 
 function setClients(clients) {

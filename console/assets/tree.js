@@ -6,7 +6,11 @@ import { el } from './api.js';
 
 // A value masked by the service's table: identifiers keep their end, tokens their ends.
 export function looksMasked(value) {
-  return typeof value === 'string' && (/^-+[^-]{0,4}$/.test(value) && value.length > 1 || /^.{0,4}\*{3,}.{0,4}$/.test(value));
+  if (typeof value !== 'string') return false;
+  // Redact::RedactID keeps at most the last 4 characters; RedactTokens at most 4 at each end.
+  const keptEnd = Math.min(4, Math.floor(value.length / 2));
+  const idMask = value.length > 1 && /^-+$/.test(value.slice(0, value.length - keptEnd));
+  return idMask || /^.{0,4}\*{3,}.{0,4}$/.test(value);
 }
 
 function unwrap(value) {

@@ -69,9 +69,10 @@ HttpFront::HttpFront(ConsoleApi& api, TrafficFeed& feed, Limits limits)
     m_server->new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
     // SO_REUSEADDR only: httplib's default adds SO_REUSEPORT, which would let another
     // socket bind the same port beside ours.
-    m_server->set_socket_options([](socket_t socket) {
+    m_server->set_socket_options([listening = m_listening](socket_t socket) {
         int yes = 1;
         ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        listening->store(socket);
     });
     m_server->set_payload_max_length(m_limits.bodyBytes);
     m_server->set_keep_alive_timeout(2);
@@ -95,6 +96,7 @@ std::uint16_t HttpFront::Bind(std::uint16_t port) {
     int const bound = port == 0 ? m_server->bind_to_any_port("127.0.0.1")
                                 : (m_server->bind_to_port("127.0.0.1", port) ? port : -1);
     if (bound <= 0) {
+        m_listening->store(-1);  // httplib closed what it made
         throw std::runtime_error("cannot listen on 127.0.0.1:" + std::to_string(port) +
                                  " (is the port taken? --port 0 picks a free one)");
     }
@@ -113,7 +115,12 @@ bool HttpFront::Listen() {
 
 void HttpFront::Stop() {
     m_feed.CloseAll();
-    if (m_server) m_server->stop();
+    // httplib's stop() does nothing until its loop has begun, so a stop that comes first
+    // would leave the loop to block in accept() for good. A listening socket that is shut
+    // down fails every accept(), now or later: the loop ends whenever it starts, and closes
+    // the socket itself.
+    int const socket = m_listening->exchange(-1);
+    if (socket >= 0) ::shutdown(socket, SHUT_RDWR);
 }
 
 void HttpFront::Route() {

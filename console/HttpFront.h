@@ -8,6 +8,7 @@
 // Threads: Listen blocks on its caller's thread; requests run on the server's pool (a
 // streaming page holds one thread while it is open, which is why the feed bounds how many
 // pages stream). Stop from any other thread ends Listen.
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -45,6 +46,7 @@ public:
     std::string Url() const;
     // Serves until Stop. False when the server could not run.
     bool Listen();
+    // Ends Listen, whether it has started yet or not. Once.
     void Stop();
 
 private:
@@ -55,6 +57,8 @@ private:
     Limits const m_limits;
     std::unique_ptr<httplib::Server> m_server;
     std::unique_ptr<AccessPolicy> m_policy;
+    // The listening socket, which Stop shuts down (see there).
+    std::shared_ptr<std::atomic<int>> m_listening = std::make_shared<std::atomic<int>>(-1);
 };
 
 }  // namespace Vellmark::Console

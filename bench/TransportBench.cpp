@@ -39,6 +39,7 @@
 #include "admin/Json.h"
 #include "bench/ContractFloor.h"
 #include "bench/CpuPlacement.h"
+#include "bench/ConsoleAttachment.h"
 #include "bench/Floors.h"
 #include "bench/Payload.h"
 #include "bench/ServiceProcess.h"
@@ -67,6 +68,9 @@ struct Options {
     // "both", "unpinned" or "pinned"; and the CPU of the pinned runs (-1: the first allowed).
     std::string placement = "both";
     int cpu = -1;
+    // vellmark-console to watch the service with, a page streaming its traffic (none when
+    // empty).
+    std::string console;
     // The paths to measure (all when empty): for profiling one at a time.
     std::vector<std::string> only;
 
@@ -417,6 +421,9 @@ int Run(Options const& options, std::string const& self) {
     CpuPlacement const placement(options.cpu);
     bool const unpinned = options.placement != "pinned";
     bool const pinned = options.placement != "unpinned";
+    std::unique_ptr<ConsoleAttachment> console;
+    if (!options.console.empty() && product)
+        console = std::make_unique<ConsoleAttachment>(options.console, product->service.Folder());
     std::printf(
         "transport_bench: %d round trips and %u notifications (window %u) per path, "
         "%d rounds; payload %zu bytes\n",
@@ -452,6 +459,14 @@ int Run(Options const& options, std::string const& self) {
                 LatencyFields(bound, &Round::otherThread, "pinned_").c_str());
     std::printf("summary: notifications %s %s\n", RateFields(free, "").c_str(),
                 RateFields(bound, "pinned_").c_str());
+    if (console) {
+        std::printf(
+            "console: a page streamed %llu frames; the console dropped %llu for it; vellmarkd "
+            "ended the console's watch %llu times for reading too slowly\n",
+            static_cast<unsigned long long>(console->Frames()),
+            static_cast<unsigned long long>(console->Dropped()),
+            static_cast<unsigned long long>(console->Lost()));
+    }
     return 0;
 }
 
@@ -487,6 +502,8 @@ int main(int argc, char** argv) {
         ->capture_default_str()
         ->check(CLI::Range(1, 100));
     app.add_option("--vellmarkd", options.vellmarkd, "the service program")->capture_default_str();
+    app.add_option("--console", options.console,
+                   "measure with this vellmark-console watching, a page streaming its traffic");
     app.add_option("--only", options.only, "measure only these paths (to profile one)")
         ->check(CLI::IsMember({"floor", "contract-floor", "on-task", "other-thread", "floor-push",
                                "contract-floor-push", "notifications"}));

@@ -1,5 +1,6 @@
 #include "platform/ipc/IPCServer.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>

@@ -164,19 +164,4 @@ std::string RestoreMasked(google::protobuf::Message& edited,
     return Restorer(stored).Restore(edited, &stored, std::nullopt, "");
 }
 
-bool LooksMasked(Sensitivity sensitivity, std::string const& value) {
-    if (!IsMasked(sensitivity) || value.empty()) return false;
-    std::size_t const size = value.size();
-    if (sensitivity != Sensitivity::Token) {
-        // Redact::RedactID: all but the last min(4, size / 2) characters are '-'.
-        std::size_t const clear = std::min<std::size_t>(4, size / 2);
-        return value.find_first_not_of('-') >= size - clear;
-    }
-    // Redact::RedactTokens: '*' between at most 4 characters kept at each end.
-    std::size_t const kept = size >= 32 ? 4 : size >= 16 ? 2 : 0;
-    if (size <= 2 * kept) return value.find_first_not_of('*') == std::string::npos;
-    auto const middle = value.substr(kept, size - 2 * kept);
-    return middle.find_first_not_of('*') == std::string::npos;
-}
-
 }  // namespace Vellmark::Console

@@ -31,8 +31,4 @@ std::string MaskedJson(google::protobuf::Message const& message);
 std::string RestoreMasked(google::protobuf::Message& edited,
                           google::protobuf::Message const& stored);
 
-// True when `value` has the shape of a mask of class `sensitivity`: what masking makes of
-// some value, not what a person types.
-bool LooksMasked(Vellmark::Admin::Sensitivity sensitivity, std::string const& value);
-
 }  // namespace Vellmark::Console

@@ -13,7 +13,7 @@ namespace {
 
 TEST(JsonOutput, SixtyFourBitNumbersAreNumbersAndListsAreAlwaysThere) {
     Vellmark::Admin::ClientList none;
-    EXPECT_EQ(JsonOf(none, false), "{\"clients\":[]}");
+    EXPECT_EQ(JsonOf(none, false), "{\"clients\":[],\"users\":[]}");
     Vellmark::Admin::ClientList list;
     auto* client = list.add_clients();
     client->set_session(3);
@@ -22,7 +22,7 @@ TEST(JsonOutput, SixtyFourBitNumbersAreNumbersAndListsAreAlwaysThere) {
     client->set_connectedat("2026-11-24T10:15:30Z");
     EXPECT_EQ(JsonOf(list, false),
               "{\"clients\":[{\"session\":3,\"pid\":41,\"connectedAt\":\"2026-11-24T10:15:30Z\","
-              "\"requests\":18446744073709551615}]}");
+              "\"requests\":18446744073709551615}],\"users\":[]}");
     Vellmark::Admin::TrafficEvent event;
     event.set_timemicros(-5);
     EXPECT_EQ(JsonOf(event, false), "{\"timeMicros\":-5}");

@@ -1,4 +1,5 @@
 // Work asked for while there is no router, kept until the next good connection.
+// The log texts here are part of the library's contract: tests assert them verbatim.
 #include "client/VellmarkClientAPI.h"
 #include "client/internal/LogLine.h"
 

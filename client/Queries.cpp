@@ -1,4 +1,5 @@
 // The seven one-shot queries and their reply handlers, on the rows of internal/Resources.h.
+// The log texts here are part of the library's contract: tests assert them verbatim.
 #include "client/VellmarkClientAPI.h"
 #include "client/internal/CallIfSet.h"
 #include "client/internal/LogLine.h"

@@ -1,3 +1,4 @@
+// The logger's name is in every line it writes: part of the library's contract, like its texts.
 #include "client/VellmarkClientLog.h"
 
 namespace {

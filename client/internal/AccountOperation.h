@@ -1,4 +1,5 @@
 #pragma once
+// The log texts here are part of the library's contract: tests assert them verbatim.
 // The one skeleton of the six account operations (service accounts and GVA accounts). The
 // operation is posted to the task, where `onTask` runs first (the GVA operations store
 // their callbacks there); then it is sent at once, or kept until the next connection. The

@@ -1,5 +1,6 @@
 #pragma once
 // VellmarkClientAPI::StoreOnTask, shared by the queries and the subscriptions.
+// The log texts here are part of the library's contract: tests assert them verbatim.
 #include "client/VellmarkClientAPI.h"
 #include "client/internal/LogLine.h"
 

@@ -1,5 +1,7 @@
 #include "tools/Command.h"
 
+#include <algorithm>
+#include <cctype>
 #include <iostream>
 #include <memory>
 
@@ -46,8 +48,14 @@ void PrintText(std::string const& text) {
 
 unsigned int ParseMessageId(std::string const& text) {
     auto const* descriptor = VellmarkPB::MessageId_descriptor();
-    if (auto const* value = descriptor->FindValueByName(text)) {
-        return static_cast<unsigned int>(value->number());
+    // The names' common prefix may be left out, and the case does not matter: get_sources.
+    std::string name = text;
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    for (std::string const& candidate : {name, "VELLMARK_MESSAGE_" + name}) {
+        if (auto const* value = descriptor->FindValueByName(candidate)) {
+            return static_cast<unsigned int>(value->number());
+        }
     }
     try {
         std::size_t used = 0;
@@ -59,7 +67,7 @@ unsigned int ParseMessageId(std::string const& text) {
     }
     throw BadInput("\"" + text +
                    "\" is not a message identifier (a number or a name such as "
-                   "VELLMARK_MESSAGE_GVA_CREATE)");
+                   "VELLMARK_MESSAGE_GVA_CREATE or GVA_CREATE)");
 }
 
 void CheckFits(unsigned int id, google::protobuf::Message const& request) {

@@ -72,7 +72,8 @@ void PrintJson(std::string const& json, google::protobuf::Message& message,
 void PrintRefusal(VellmarkPB::Error const& error);
 // Writes `text` (already JSON) on standard output.
 void PrintText(std::string const& text);
-// A message identifier given as a number or a MessageId name. Throws BadInput.
+// A message identifier given as a number or a MessageId name, with or without its
+// VELLMARK_MESSAGE_ prefix, in any case. Throws BadInput.
 unsigned int ParseMessageId(std::string const& text);
 // Throws BadInput, naming the limit, when `request` under `id` would not fit one frame: sent,
 // it would be dropped and never answered.

@@ -2,7 +2,8 @@
 
 namespace Vellmark::Service {
 
-DelayedRunner::DelayedRunner() : m_thread([this] { Run(); }) {}
+// The thread starts with the first delay: most runs of the service never ask for one.
+DelayedRunner::DelayedRunner() = default;
 
 DelayedRunner::~DelayedRunner() {
     {
@@ -10,13 +11,14 @@ DelayedRunner::~DelayedRunner() {
         m_stopping = true;
     }
     m_changed.notify_all();
-    m_thread.join();
+    if (m_thread.joinable()) m_thread.join();
 }
 
 void DelayedRunner::RunAfter(std::chrono::milliseconds delay, std::function<void()> function) {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_due.emplace(Clock::now() + delay, std::move(function));
+        if (!m_thread.joinable()) m_thread = std::thread([this] { Run(); });
     }
     m_changed.notify_all();
 }

@@ -1,6 +1,7 @@
 #pragma once
-// DelayedRunner: runs functions after a delay, on a thread of its own, in the order of
-// their due times. The destructor drops what has not run yet and joins the thread.
+// DelayedRunner: runs functions after a delay, on a thread of its own (started by the first
+// RunAfter), in the order of their due times. The destructor drops what has not run yet and
+// joins the thread. RunAfter and the destructor must not race.
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -17,7 +18,7 @@ public:
     DelayedRunner(DelayedRunner const&) = delete;
     DelayedRunner& operator=(DelayedRunner const&) = delete;
 
-    // Any thread.
+    // Any thread, but not while the runner is being destroyed.
     void RunAfter(std::chrono::milliseconds delay, std::function<void()> function);
 
 private:

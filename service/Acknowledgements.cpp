@@ -1,14 +1,40 @@
 #include "service/Acknowledgements.h"
 
 #include "admin/AdminProtocol.h"
+#include "admin/MessageTable.h"
 #include "service/Catalog.h"
 
 namespace Vellmark::Service {
 
-void Acknowledgements::Record(unsigned int updateId, std::uint64_t session) {
+bool Acknowledgements::Record(unsigned int updateId, std::uint64_t session) {
+    auto const* message = Vellmark::Admin::FindMessage(updateId);
+    if (!message || message->role != Vellmark::Admin::MessageRole::Update) {
+        ++m_refused;
+        return false;
+    }
     ++m_counts[updateId];
     m_latest.push_back(Received{updateId, session, std::time(nullptr)});
     if (m_latest.size() > kKept) m_latest.pop_front();
+    return true;
+}
+
+std::optional<std::string> Acknowledgements::RefusalLine(unsigned int updateId,
+                                                         std::uint64_t session,
+                                                         Clock::time_point now) {
+    // A client that sends them in a loop would otherwise fill the log as fast as it sends.
+    if (m_loggedAt && now - *m_loggedAt < kLogWindow) {
+        ++m_unlogged;
+        return std::nullopt;
+    }
+    std::string line = "acknowledgement of " + std::to_string(updateId) + " from session " +
+                       std::to_string(session) +
+                       " refused: the service pushes no update under this identifier";
+    if (m_unlogged > 0) {
+        line += "; " + std::to_string(m_unlogged) + " more refused since the last line";
+    }
+    m_loggedAt = now;
+    m_unlogged = 0;
+    return line;
 }
 
 Vellmark::Admin::AcknowledgementReport Acknowledgements::Report() const {

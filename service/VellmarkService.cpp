@@ -263,7 +263,13 @@ void VellmarkService::HandleOneWay(std::shared_ptr<IPCServerSession> const& sess
                   static_cast<unsigned long long>(session->Id()));
         return;
     }
-    m_acknowledgements.Record(acknowledgement.messageid(), session->Id());
+    if (!m_acknowledgements.Record(acknowledgement.messageid(), session->Id())) {
+        if (auto const line = m_acknowledgements.RefusalLine(
+                acknowledgement.messageid(), session->Id(), Acknowledgements::Clock::now())) {
+            Log().Log(DPrint::Warning, "%s", line->c_str());
+        }
+        return;
+    }
     if (m_push) {
         m_push->Acknowledged(acknowledgement.messageid(), session->Id());
         EndFinishedPush();

@@ -16,6 +16,7 @@
 #include "VellmarkVersion.h"
 #include "admin/AdminProtocol.h"
 #include "admin/Json.h"
+#include "admin/Sensitivity.h"
 #include "platform/ipc/IPCDirectory.h"
 #include "platform/ipc/IPCFrameLimit.h"
 #include "platform/ipc/IPCLog.h"
@@ -250,6 +251,13 @@ int main(int argc, char** argv) {
         if (problem.empty()) {
             seed.emplace();
             problem = Vellmark::Json::Parse(text, *seed);
+        }
+        // Masks read back from tools' output would replace the secrets for good, as the
+        // admin seed refuses; checked before the store is opened, so nothing is written.
+        if (problem.empty()) {
+            if (auto const masked = Vellmark::Admin::FindMaskedValue(*seed)) {
+                problem = Vellmark::Admin::DescribeMaskedValue(*masked) + "; nothing was stored";
+            }
         }
         if (!problem.empty()) {
             std::cerr << "vellmarkd: " << seedFile << ": " << problem << "\n";

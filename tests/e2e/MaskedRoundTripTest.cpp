@@ -1,6 +1,7 @@
 // What vellmarkctl prints masked is never written back: every command that sends a document
 // refuses one holding masked values (exit 2, naming the field and how to get the clear
-// value, nothing sent), and the service refuses the same on its admin endpoint.
+// value, nothing sent), and the service refuses the same on its admin endpoint and in the
+// seed it is started with.
 #include <fstream>
 
 #include "tests/e2e/ServiceFixture.h"
@@ -118,6 +119,44 @@ TEST_F(MaskedRoundTrip, TheServiceRefusesMaskedDocumentsOnItsAdminEndpoint) {
     put.mutable_put()->set_resource("sources");
     put.mutable_put()->set_json(Vellmark::Json::Print(seed.sources(), false));
     EXPECT_EQ(refusal(put), "accepted");
+}
+
+TEST_F(MaskedRoundTrip, TheServiceRefusesToStartFromAMaskedSeedAndWritesNothing) {
+    auto const clear = SeedDocument();
+    auto document = clear;
+    auto masked = clear.serviceaccounts(0);
+    Vellmark::Admin::Mask(masked);
+    ASSERT_NE(masked.accountid(), clear.serviceaccounts(0).accountid());
+    document.mutable_serviceaccounts(0)->set_accountid(masked.accountid());
+    std::string const seed = WriteFile("masked-seed.json", Vellmark::Json::Print(document, true));
+    auto const expectRefused = [this, &seed] {
+        ChildProcess service(VELLMARKD_PATH,
+                             {"--db", StorePath(), "--seed", seed, "--runtime-dir", Folder()});
+        EXPECT_EQ(service.ExitCode(), 2) << service.Errors();
+        std::string const errors = service.Errors();
+        EXPECT_NE(errors.find(seed + ": serviceAccounts[0].accountID holds a masked value"),
+                  std::string::npos)
+            << errors;
+        EXPECT_NE(errors.find("nothing was stored"), std::string::npos) << errors;
+    };
+
+    // Without a store, none is made.
+    expectRefused();
+    EXPECT_FALSE(std::filesystem::exists(StorePath()));
+
+    // A store is left as it was, byte for byte.
+    StartService();
+    StopService();
+    std::string before;
+    ASSERT_EQ(Vellmark::Json::ReadFile(StorePath(), before), "");
+    expectRefused();
+    std::string after;
+    ASSERT_EQ(Vellmark::Json::ReadFile(StorePath(), after), "");
+    EXPECT_EQ(after, before);
+    StartService(false);
+    EXPECT_TRUE(
+        Same(AdminGet<Vellmark::Admin::ServiceAccountList>("service-accounts").serviceaccounts(0),
+             clear.serviceaccounts(0)));
 }
 
 }  // namespace

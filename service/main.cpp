@@ -142,7 +142,8 @@ int main(int argc, char** argv) {
                    "~/.local/share/vellmarkd/vellmark.db)");
     app.add_option("--seed", seedFile,
                    "replace the store's content with this JSON document at start (also makes "
-                   "a new store where an empty file stands)");
+                   "a new store where an empty file stands); a document holding a masked "
+                   "secret, as the tools print them, is refused and nothing is stored");
     bool newStore = false;
     app.add_flag("--new-store", newStore,
                  "make a new, empty store where an empty file (or an SQLite database without "

@@ -101,7 +101,9 @@ class __attribute__((visibility("hidden"))) IPCServer::Core
     : public std::enable_shared_from_this<Core> {
 public:
     Core(std::string name, Handlers handlers, Options options)
-        : m_service(Tarv::IoService::Shared()),
+        // The shared IO thread only for a server on no loop of its own: vellmarkd's
+        // endpoints, on its task's loop, start no thread for it.
+        : m_service(options.loop ? nullptr : Tarv::IoService::Shared()),
           m_loop(options.loop ? options.loop : m_service->Loop()),
           m_name(std::move(name)),
           m_path(IPCDirectory::Get().Lookup(m_name)->Path()),
@@ -346,6 +348,7 @@ private:
         if (m_handlers.onDisconnected) m_handlers.onDisconnected(session);
     }
 
+    // Null when the server serves a loop of its own.
     std::shared_ptr<Tarv::IoService> const m_service;
     std::shared_ptr<Tarv::EventLoop> const m_loop;
     CallbackConnection m_loopEnd;

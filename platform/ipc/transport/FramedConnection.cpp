@@ -40,7 +40,8 @@ std::shared_ptr<FramedConnection> FramedConnection::Adopt(int fd, std::string de
 
 FramedConnection::FramedConnection(int fd, std::string description, Limits limits,
                                    std::shared_ptr<EventLoop> loop)
-    : m_service(IoService::Shared()),
+    // The shared IO thread only for a connection that starts on no loop of its own.
+    : m_service(loop ? nullptr : IoService::Shared()),
       m_loop(loop ? std::move(loop) : m_service->Loop()),
       m_io(std::make_unique<Io>(m_loop->Context(), fd)),
       m_fd(fd),

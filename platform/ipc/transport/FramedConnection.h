@@ -116,7 +116,8 @@ private:
     // The loop, read under m_mutex: Start may change it.
     std::shared_ptr<EventLoop> CurrentLoop() const;
 
-    // Keeps the shared IO thread, which connections fall back to, alive as long as they.
+    // Keeps the shared IO thread alive as long as a connection made on its loop (null for
+    // one made on a loop of its own).
     std::shared_ptr<IoService> const m_service;
     std::shared_ptr<EventLoop> m_loop;  // under m_mutex; set again only by Start
     std::unique_ptr<Io> m_io;           // the loop thread's, once started

@@ -26,7 +26,9 @@ bool WouldBlock(int error) {
 }  // namespace
 
 struct FramedConnection::Io {
-    Io(asio::io_context& context, int fd) : socket(context, asio::local::stream_protocol(), fd) {}
+    Io(EventLoop& loop, int fd)
+        : loop(loop), socket(loop.Context(), asio::local::stream_protocol(), fd) {}
+    EventLoop& loop;  // the one the socket is bound to
     asio::local::stream_protocol::socket socket;
     std::array<char, kReadChunk> buffer;
 };
@@ -42,7 +44,7 @@ FramedConnection::FramedConnection(int fd, std::string description, Limits limit
                                    std::shared_ptr<EventLoop> loop)
     : m_service(IoService::Shared()),
       m_loop(loop ? std::move(loop) : m_service->Loop()),
-      m_io(std::make_unique<Io>(m_loop->Context(), fd)),
+      m_io(std::make_unique<Io>(*m_loop, fd)),
       m_fd(fd),
       m_description(std::move(description)),
       m_limits(limits),
@@ -88,7 +90,7 @@ bool FramedConnection::Start(FrameHandler onFrame, std::shared_ptr<EventLoop> lo
 
 void FramedConnection::MoveTo(std::shared_ptr<EventLoop> loop) {
     int const fd = m_io->socket.release();
-    m_io = std::make_unique<Io>(loop->Context(), fd);
+    m_io = std::make_unique<Io>(*loop, fd);
     asio::error_code ignored;
     m_io->socket.non_blocking(true, ignored);
     m_loop = std::move(loop);
@@ -158,6 +160,9 @@ void FramedConnection::ReadSome() {
         asio::buffer(m_io->buffer),
         [self = shared_from_this()](asio::error_code const& error, std::size_t bytes) {
             if (!error) {
+                // What the frames hand on to the task (a firing) runs before the loop waits
+                // again.
+                EventLoop::Turn turn(self->m_io->loop);
                 self->OnRead(bytes);
                 return;
             }
@@ -191,6 +196,7 @@ void FramedConnection::HandleFrames() {
                     // Behind whatever the loop has ready now. Asio keeps the handler's
                     // memory for the next one: no allocation per turn.
                     asio::post(m_io->socket.get_executor(), [self = shared_from_this()] {
+                        EventLoop::Turn turn(self->m_io->loop);
                         if (self->IsOpen()) self->HandleFrames();
                     });
                     return;

@@ -5,6 +5,7 @@
 // Query, Subscribe, the replay of subscriptions in Connected and the reply and update
 // handlers read the rows, so each operation's own particulars stand here and nowhere else.
 #include "client/VellmarkClientAPI.h"
+#include "client/VellmarkClientLog.h"
 #include "client/internal/ResourceRows.h"
 #include "client/internal/ResourceTexts.h"
 
@@ -19,7 +20,8 @@ struct VellmarkClientAPI::Resources {
         client.PrintGroupsProtobuf(message, kDumpLevel);
     }
     static void DumpProductSettings(C& client, VellmarkPB::ProductSettings const& message) {
-        client.PrintProductSettingsProtobuff(message);  // takes its own copy
+        // The dump takes its own copy: made only when the dump's heading is logged.
+        if (VellmarkClientLog().IsLog(DPrint::Flow)) client.PrintProductSettingsProtobuff(message);
     }
     static void DumpPersons(C& client, VellmarkPB::persons const& message) {
         client.PrintPersonsInfoProtobuff(message);

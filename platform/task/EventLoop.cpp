@@ -91,6 +91,44 @@ void EventLoop::End() {
     }
 }
 
+void EventLoop::Continue(Continuation run, void* arg) {
+    if (m_turnDepth > 0 && m_handedThisTurn < kContinuationsPerTurn) {
+        ++m_handedThisTurn;
+        m_handed.push_back(Handed{run, arg});
+        return;
+    }
+    PostContinuation(run, arg);
+}
+
+void EventLoop::PostContinuation(Continuation run, void* arg) {
+    // The handler dies with the io_context, which this loop owns: `this` outlives it.
+    asio::post(*m_context, [this, run, arg] {
+        Turn turn(*this);
+        run(arg);
+    });
+}
+
+void EventLoop::RunContinuations() {
+    if (m_handed.empty()) {
+        m_handedThisTurn = 0;
+        return;
+    }
+    ++m_turnDepth;  // what these hand on joins the same list, within the turn's share
+    for (std::size_t next = 0; next < m_handed.size(); ++next) {
+        Handed const handed = m_handed[next];
+        try {
+            handed.run(handed.arg);
+        } catch (std::exception const& e) {
+            LoopLog().Log(DPrint::Error, "event loop: handler threw: %s", e.what());
+        } catch (...) {
+            LoopLog().Log(DPrint::Error, "event loop: handler threw");
+        }
+    }
+    m_handed.clear();
+    m_handedThisTurn = 0;
+    --m_turnDepth;
+}
+
 CallbackConnection EventLoop::OnEnd(std::function<void()> onEnd) {
     {
         std::lock_guard<std::mutex> lock(m_mutex);

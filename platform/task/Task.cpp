@@ -47,12 +47,22 @@ void Task::Stop() {
 }
 
 void Task::ScheduleBatch() {
+    // Posted on the task's own thread (a router's firing, an entry posting the next), the
+    // batch runs at the end of the handler under way, not after another wait of the loop.
+    // The task outlives its thread, so the pointer stays good.
+    if (RunsOnCurrentThread()) {
+        m_loop->Continue([](void* task) { static_cast<Task*>(task)->RunBatch(); }, this);
+        return;
+    }
     // Straight to the io_context: a handler of one pointer, which Asio recycles, where a
     // posted std::function would allocate. The copy of the loop keeps it alive until the
     // post returns: Asio wakes the task's thread after releasing its lock, and by then the
     // batch may have run and the owner destroyed the task.
     auto const loop = m_loop;
-    asio::post(loop->Context(), [this] { RunBatch(); });
+    asio::post(loop->Context(), [this] {
+        Tarv::EventLoop::Turn turn(*m_loop);
+        RunBatch();
+    });
 }
 
 void Task::RunBatch() {

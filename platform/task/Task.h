@@ -3,11 +3,12 @@
 // loop: on the task's queue and on the sockets bound to the loop (EventLoopOwner). A router
 // made for the task reads, decodes and handles its frames on this thread.
 //
-// Entries run one at a time, first in, first out, on the task's thread; between batches of
-// entries the loop serves its sockets. Stop() ends the task: entries still queued are
-// dropped without running, every stop notification is called once on the task's thread,
-// then the sockets bound to the loop close, and the thread ends. After Stop() returns
-// (when called from another thread), no entry runs any more; entries posted later are
+// Entries run one at a time, first in, first out, on the task's thread; a batch posted on
+// the task's own thread runs at the end of the handler under way, and at least every
+// EventLoop::kContinuationsPerTurn batches the loop serves its sockets. Stop() ends the task:
+// entries still queued are dropped without running, every stop notification is called once on the
+// task's thread, then the sockets bound to the loop close, and the thread ends. After Stop()
+// returns (when called from another thread), no entry runs any more; entries posted later are
 // dropped. An exception thrown by an entry is logged at level 0 and the task goes on.
 //
 // Stop() may be called from any thread, also from an entry of the task itself (then the
@@ -54,7 +55,7 @@ public:
 private:
     void Run();
     // Runs the entries queued when it starts; later ones wait for the next batch, so that
-    // sockets are served in between.
+    // sockets are served in between (every few batches: see EventLoop::Continue).
     void RunBatch();
     void ScheduleBatch();
 

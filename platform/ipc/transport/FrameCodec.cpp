@@ -1,6 +1,7 @@
 #include "platform/ipc/transport/FrameCodec.h"
 
 #include <cstdint>
+#include <cstring>
 
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
@@ -109,13 +110,23 @@ bool AppendFrame(IPCFrame::Kind kind, unsigned int id, IPCMessageEnvelopeBase co
 }
 
 void FrameDecoder::Feed(char const* data, std::size_t size) {
-    // Drop what was decoded before growing the buffer, so it holds at most one frame and
-    // one read's worth of bytes.
-    if (m_offset > 0 && m_offset >= m_buffer.size() / 2) {
-        m_buffer.erase(0, m_offset);
+    if (size == 0) return;
+    std::memcpy(Prepare(size), data, size);
+    Commit(size);
+}
+
+char* FrameDecoder::Prepare(std::size_t size) {
+    if (m_offset == m_end) {
+        m_offset = m_end = 0;  // all decoded: start again at the front, nothing to move
+    } else if (m_buffer.size() - m_end < size && m_offset > 0) {
+        // Drop what was decoded before growing the buffer, so it holds at most one frame
+        // and one read's worth of bytes.
+        std::memmove(&m_buffer[0], m_buffer.data() + m_offset, m_end - m_offset);
+        m_end -= m_offset;
         m_offset = 0;
     }
-    m_buffer.append(data, size);
+    if (m_buffer.size() - m_end < size) m_buffer.resize(m_end + size);
+    return &m_buffer[m_end];
 }
 
 FrameDecoder::Status FrameDecoder::Next(IPCFrame& frame) {

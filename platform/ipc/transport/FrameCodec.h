@@ -57,18 +57,25 @@ public:
         : m_maxFrameBytes(maxFrameBytes) {}
 
     void Feed(char const* data, std::size_t size);
+    // For reading straight into the decoder: Prepare gives room for `size` bytes after those
+    // received, valid until the next call; Commit(n) takes the first n of them as received.
+    char* Prepare(std::size_t size);
+    void Commit(std::size_t size) { m_end += size; }
     // Decodes the next whole frame into `frame`, if one has arrived.
     Status Next(IPCFrame& frame);
 
     // Bytes received and not yet decoded.
-    std::size_t Buffered() const { return m_buffer.size() - m_offset; }
+    std::size_t Buffered() const { return m_end - m_offset; }
     // The length the last TooLarge frame announced.
     std::size_t RefusedLength() const { return m_refusedLength; }
 
 private:
     std::size_t const m_maxFrameBytes;
+    // Received bytes are m_buffer[m_offset, m_end); the rest is room for the next read,
+    // kept rather than cleared so that reading never fills memory it then overwrites.
     std::string m_buffer;
     std::size_t m_offset = 0;
+    std::size_t m_end = 0;
     std::size_t m_refusedLength = 0;
 };
 

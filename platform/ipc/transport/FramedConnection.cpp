@@ -2,7 +2,6 @@
 
 #include <sys/socket.h>
 
-#include <array>
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/post.hpp>
@@ -26,9 +25,14 @@ bool WouldBlock(int error) {
 }  // namespace
 
 struct FramedConnection::Io {
-    Io(asio::io_context& context, int fd) : socket(context, asio::local::stream_protocol(), fd) {}
+    Io(EventLoop& loop, int fd)
+        : loop(loop), socket(loop.Context(), asio::local::stream_protocol(), fd) {}
+    EventLoop& loop;  // the one the socket is bound to
     asio::local::stream_protocol::socket socket;
-    std::array<char, kReadChunk> buffer;
+    // The last read found the socket drained (it did not fill the room offered), and the
+    // loop has not waited since: the next read waits for the socket first, rather than
+    // asking it once more only to hear EAGAIN.
+    bool drained = false;
 };
 
 std::shared_ptr<FramedConnection> FramedConnection::Adopt(int fd, std::string description,
@@ -43,7 +47,7 @@ FramedConnection::FramedConnection(int fd, std::string description, Limits limit
     // The shared IO thread only for a connection that starts on no loop of its own.
     : m_service(loop ? nullptr : IoService::Shared()),
       m_loop(loop ? std::move(loop) : m_service->Loop()),
-      m_io(std::make_unique<Io>(m_loop->Context(), fd)),
+      m_io(std::make_unique<Io>(*m_loop, fd)),
       m_fd(fd),
       m_description(std::move(description)),
       m_limits(limits),
@@ -89,7 +93,7 @@ bool FramedConnection::Start(FrameHandler onFrame, std::shared_ptr<EventLoop> lo
 
 void FramedConnection::MoveTo(std::shared_ptr<EventLoop> loop) {
     int const fd = m_io->socket.release();
-    m_io = std::make_unique<Io>(loop->Context(), fd);
+    m_io = std::make_unique<Io>(*loop, fd);
     asio::error_code ignored;
     m_io->socket.non_blocking(true, ignored);
     m_loop = std::move(loop);
@@ -155,31 +159,63 @@ void FramedConnection::Finish() {
 }
 
 void FramedConnection::ReadSome() {
-    m_io->socket.async_read_some(
-        asio::buffer(m_io->buffer),
-        [self = shared_from_this()](asio::error_code const& error, std::size_t bytes) {
-            if (!error) {
-                self->OnRead(bytes);
-                return;
-            }
-            if (error == asio::error::operation_aborted || !self->IsOpen()) return;
-            if (self->m_decoder.Buffered() > 0) {
-                IPCLog().Log(DPrint::Warning, "%s: connection ended inside a frame (%zu bytes)",
-                             self->m_description.c_str(), self->m_decoder.Buffered());
-            } else if (error == asio::error::eof) {
-                IPCLog().Log(DPrint::Info, "%s: closed by the peer", self->m_description.c_str());
-            } else {
-                IPCLog().Log(DPrint::Info, "%s: read failed: %s", self->m_description.c_str(),
-                             error.message().c_str());
-            }
-            self->Close();
-        });
+    if (!IsOpen()) return;
+    // Straight into the decoder's buffer: no copy from a read buffer of our own.
+    char* const room = m_decoder.Prepare(kReadChunk);
+    ssize_t const got = ::recv(m_fd, room, kReadChunk, MSG_DONTWAIT);
+    if (got > 0) {
+        m_decoder.Commit(static_cast<std::size_t>(got));
+        m_io->drained = static_cast<std::size_t>(got) < kReadChunk;
+        HandleFrames();
+        return;
+    }
+    if (got < 0 && WouldBlock(errno)) {
+        WaitReadable();
+        return;
+    }
+    OnReadFailed(got == 0 ? asio::error_code(asio::error::eof)
+                          : asio::error_code(errno, asio::error::get_system_category()));
 }
 
-void FramedConnection::OnRead(std::size_t bytes) {
-    if (!IsOpen()) return;
-    m_decoder.Feed(m_io->buffer.data(), bytes);
-    HandleFrames();
+void FramedConnection::WaitReadable() {
+    m_io->drained = false;
+    m_io->socket.async_wait(asio::socket_base::wait_read,
+                            [self = shared_from_this()](asio::error_code const& error) {
+                                if (error) {
+                                    self->OnReadFailed(error);
+                                    return;
+                                }
+                                // What the frames hand on to the task (a firing) runs
+                                // before the loop waits again.
+                                EventLoop::Turn turn(self->m_io->loop);
+                                self->ReadSome();
+                            });
+}
+
+void FramedConnection::ReadMore() {
+    if (m_io->drained) {
+        WaitReadable();
+        return;
+    }
+    // The socket may hold more: read it again, behind what else the loop has ready now.
+    asio::post(m_io->socket.get_executor(), [self = shared_from_this()] {
+        EventLoop::Turn turn(self->m_io->loop);
+        self->ReadSome();
+    });
+}
+
+void FramedConnection::OnReadFailed(std::error_code const& error) {
+    if (error == asio::error::operation_aborted || !IsOpen()) return;
+    if (m_decoder.Buffered() > 0) {
+        IPCLog().Log(DPrint::Warning, "%s: connection ended inside a frame (%zu bytes)",
+                     m_description.c_str(), m_decoder.Buffered());
+    } else if (error == asio::error::eof) {
+        IPCLog().Log(DPrint::Info, "%s: closed by the peer", m_description.c_str());
+    } else {
+        IPCLog().Log(DPrint::Info, "%s: read failed: %s", m_description.c_str(),
+                     error.message().c_str());
+    }
+    Close();
 }
 
 void FramedConnection::HandleFrames() {
@@ -191,14 +227,18 @@ void FramedConnection::HandleFrames() {
                 if (++handled == kFramesPerTurn) {
                     // Behind whatever the loop has ready now. Asio keeps the handler's
                     // memory for the next one: no allocation per turn.
+                    // The loop waits on its sockets before the rest: the socket's
+                    // readiness may be told then, with no read waiting to hear it.
+                    m_io->drained = false;
                     asio::post(m_io->socket.get_executor(), [self = shared_from_this()] {
+                        EventLoop::Turn turn(self->m_io->loop);
                         if (self->IsOpen()) self->HandleFrames();
                     });
                     return;
                 }
                 continue;
             case FrameDecoder::Status::NeedMore:
-                ReadSome();
+                ReadMore();
                 return;
             case FrameDecoder::Status::TooLarge:
                 IPCLog().Log(DPrint::Warning,

@@ -26,6 +26,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include "framework/ipc/ConnectorSocket.h"
 #include "framework/task/CallbackConnection.h"
@@ -94,8 +95,15 @@ private:
     FramedConnection(int fd, std::string description, Limits limits,
                      std::shared_ptr<EventLoop> loop);
 
+    // Reads what the socket holds now into the decoder and handles it; waits for the
+    // socket when it holds nothing.
     void ReadSome();
-    void OnRead(std::size_t bytes);
+    void WaitReadable();
+    // After the frames read are handled: waits for the socket once it was drained, else
+    // reads it again in the loop's next turn.
+    void ReadMore();
+    // Ends the connection on a failed read or wait, with its log line.
+    void OnReadFailed(std::error_code const& error);
     // Hands the frames decoded to the frame handler, one turn's worth, then reads again or
     // leaves the rest for the next turn.
     void HandleFrames();

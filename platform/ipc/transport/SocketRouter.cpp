@@ -113,7 +113,8 @@ CallbackConnection SocketRouter::AttachEnvelopeHandler(unsigned int id,
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_stopped || m_closed) return CallbackConnection();
         key = ++m_lastAttachment;
-        m_attachments.emplace(key, std::make_pair(id, handler));
+        m_attachments.emplace(key,
+                              std::make_pair(id, std::make_shared<EnvelopeHandler const>(handler)));
     }
     return Registration(key, false);
 }
@@ -141,6 +142,7 @@ CallbackConnection SocketRouter::Registration(std::uint64_t key, bool request) {
 void SocketRouter::Forget(std::uint64_t key, bool request) {
     std::lock_guard<std::recursive_mutex> dispatch(m_dispatch);
     EnvelopeHandler released;
+    SharedHandler releasedAttachment;
     std::lock_guard<std::mutex> lock(m_mutex);
     if (request) {
         auto it = m_requests.find(key);
@@ -150,7 +152,7 @@ void SocketRouter::Forget(std::uint64_t key, bool request) {
     } else {
         auto it = m_attachments.find(key);
         if (it == m_attachments.end()) return;
-        released = std::move(it->second.second);
+        releasedAttachment = std::move(it->second.second);
         m_attachments.erase(it);
     }
 }
@@ -200,17 +202,22 @@ void SocketRouter::DeliverResponse(std::uint64_t number, IPCMessageEnvelope cons
 }
 
 void SocketRouter::DeliverNotification(IPCMessageEnvelope const& envelope) {
-    std::vector<EnvelopeHandler> handlers;
+    // Taken out while the handlers run, so that a delivery within one finds its own.
+    std::vector<SharedHandler> handlers;
+    handlers.swap(m_delivering);
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_stopped) return;
-        for (auto const& attachment : m_attachments) {
-            if (attachment.second.first == envelope.message_id()) {
-                handlers.push_back(attachment.second.second);
+        if (!m_stopped) {
+            for (auto const& attachment : m_attachments) {
+                if (attachment.second.first == envelope.message_id()) {
+                    handlers.push_back(attachment.second.second);
+                }
             }
         }
     }
-    for (auto const& handler : handlers) handler(envelope);
+    for (auto const& handler : handlers) (*handler)(envelope);
+    handlers.clear();  // the last owner of an ended registration lets it go here, unlocked
+    handlers.swap(m_delivering);
 }
 
 void SocketRouter::OnClosed() {

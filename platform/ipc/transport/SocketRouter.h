@@ -17,6 +17,7 @@
 #include <string>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "framework/ipc/IPCMessageRouterIF.h"
 #include "platform/ipc/transport/FramedConnection.h"
@@ -60,8 +61,11 @@ private:
     void Forget(std::uint64_t key, bool request);
 
     using Requests = std::unordered_map<std::uint64_t, EnvelopeHandler>;
+    // Shared, so that a notification takes its handlers out of the lock without copying
+    // them (a copy allocates).
+    using SharedHandler = std::shared_ptr<EnvelopeHandler const>;
     // By attachment key, so in the order of attachment: identifier and handler.
-    using Attachments = std::map<std::uint64_t, std::pair<unsigned int, EnvelopeHandler>>;
+    using Attachments = std::map<std::uint64_t, std::pair<unsigned int, SharedHandler>>;
     // Every registration, taken out under m_mutex to be released after it: the handlers may
     // own anything.
     struct Registrations {
@@ -86,6 +90,9 @@ private:
     Requests m_requests;
     std::uint64_t m_lastAttachment = 0;
     Attachments m_attachments;
+    // The handlers of the notification being delivered, under m_dispatch: kept between
+    // notifications for its memory.
+    std::vector<SharedHandler> m_delivering;
 };
 
 }  // namespace Tarv

@@ -11,7 +11,8 @@ target_compile_definitions(console_api_tests PRIVATE
   VELLMARKD_PATH="$<TARGET_FILE:vellmarkd>"
   VELLMARKCTL_PATH="$<TARGET_FILE:vellmarkctl>"
   VELLMARK_CONSOLE_PATH="$<TARGET_FILE:vellmark-console>"
-  VELLMARK_SEED_PATH="${PROJECT_SOURCE_DIR}/examples/seed.json")
+  VELLMARK_SEED_PATH="${PROJECT_SOURCE_DIR}/examples/seed.json"
+  VELLMARK_BINARY_DIR="${PROJECT_BINARY_DIR}")
 add_dependencies(console_api_tests vellmarkd vellmarkctl vellmark-console)
 
 # The page in a real browser: Debian's chromium and chromium-driver, driven headless by

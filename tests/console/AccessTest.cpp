@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "tests/console/ConsoleFixture.h"
+#include "tests/e2e/ProgramsForAnotherUser.h"
 
 namespace Vellmark::ConsoleTest {
 namespace {
@@ -116,29 +117,34 @@ TEST_F(ConsoleTest, PortZeroPicksAFreePortAndATakenPortIsRefused) {
     EXPECT_EQ(third.ExitCode(kStopBound), 0) << third.Errors();
 }
 
-TEST_F(ConsoleTest, TheConsoleGetsIntoVellmarkdOnlyAsItsUserWould) {
-    if (::geteuid() != 0 || ::access("/usr/bin/setpriv", X_OK) != 0 || !kChildLauncher.empty()) {
+// Runs the console as another user, from a copy that user can reach (ProgramsForAnotherUser.h).
+class ConsoleAsAnotherUser : public ConsoleTest {};
+
+TEST_F(ConsoleAsAnotherUser, TheConsoleGetsIntoVellmarkdOnlyAsItsUserWould) {
+    if (!ProgramsForAnotherUser::Possible()) {
         GTEST_SKIP() << "cannot run a program as another user here";
     }
     ASSERT_EQ(::chmod(Folder().c_str(), 0711), 0);  // others may reach the socket files
     StartService();
-    std::vector<std::string> const asNobody{
-        "--reuid",       "65534",  "--regid", "65534", "--groups",  "0", VELLMARK_CONSOLE_PATH,
-        "--runtime-dir", Folder(), "--port",  "0",     "--timeout", "2"};
-    ChildProcess refused("/usr/bin/setpriv", asNobody, {{}, true});
-    EXPECT_EQ(refused.ExitCode(), 5) << refused.Errors();
-    EXPECT_NE(refused.Errors().find("closed the connection at once: it does not let nobody (uid "
-                                    "65534) in (see its --admin-allow-user)"),
+    // In root's group, which the socket files belong to.
+    AnotherUser const nobody{65534, 65534, {0}};
+    std::vector<std::string> const options{"--runtime-dir", Folder(), "--port", "0",
+                                           "--timeout",     "2"};
+    auto const& programs = ProgramsForAnotherUser::Get();
+    auto refused = programs.Start("vellmark-console", options, nobody);
+    EXPECT_EQ(refused->ExitCode(), 5) << refused->Errors();
+    EXPECT_NE(refused->Errors().find("closed the connection at once: it does not let nobody (uid "
+                                     "65534) in (see its --admin-allow-user)"),
               std::string::npos)
-        << refused.Errors();
-    EXPECT_EQ(refused.Output(), "");
+        << refused->Errors();
+    EXPECT_EQ(refused->Output(), "");
     StopService();
 
     StartService(true, {"--admin-allow-user", "65534"});
-    ChildProcess allowed("/usr/bin/setpriv", asNobody, {{}, true});
-    EXPECT_TRUE(allowed.WaitForOutput("?token=", kBound)) << allowed.Errors();
-    allowed.Signal(SIGTERM);
-    EXPECT_EQ(allowed.ExitCode(kStopBound), 0) << allowed.Errors();
+    auto allowed = programs.Start("vellmark-console", options, nobody);
+    EXPECT_TRUE(allowed->WaitForOutput("?token=", kBound)) << allowed->Errors();
+    allowed->Signal(SIGTERM);
+    EXPECT_EQ(allowed->ExitCode(kStopBound), 0) << allowed->Errors();
 }
 
 TEST_F(ConsoleTest, AServiceThatIsNotThereYetIsWaitedFor) {

@@ -1,10 +1,11 @@
 #pragma once
-// ProgramsForAnotherUser: runs this build's vellmarkd and vellmarkctl as another user (user
+// ProgramsForAnotherUser: runs this build's vellmarkd and vellmarkctl (and vellmark-console,
+// for a test program that knows its path: VELLMARK_CONSOLE_PATH) as another user (user
 // 65534 by default), through util-linux's setpriv, which only root may do.
 //
 // That user may not reach the build tree: a checkout in root's home (0700 on Debian), or in
 // a `mktemp -d` folder, is closed to it, and its programs would fail to load their
-// libraries (exit 127). So the first use copies both programs, and the libraries of this
+// libraries (exit 127). So the first use copies the programs, and the libraries of this
 // build that they load (as the dynamic loader lists them), into a folder of this process
 // under /tmp, made 0755 and owned by root: the other user may run the copy, not change it.
 // The copy is said on the test's standard output, checked by starting each program as that
@@ -53,7 +54,7 @@ public:
         return programs;
     }
 
-    // Starts `program` ("vellmarkd" or "vellmarkctl") of the copy as `user`.
+    // Starts `program` (one of Programs()) of the copy as `user`.
     std::unique_ptr<ChildProcess> Start(std::string const& program,
                                         std::vector<std::string> const& arguments,
                                         AnotherUser const& user = AnotherUser()) const {
@@ -78,10 +79,12 @@ public:
 
     // The copy of `program`.
     std::string Path(std::string const& program) const {
-        if (program != "vellmarkd" && program != "vellmarkctl") {
-            throw std::invalid_argument("no copy of " + program + " for another user");
+        for (std::string const& built : Programs()) {
+            if (std::filesystem::path(built).filename() == program) {
+                return m_folder + "/bin/" + program;
+            }
         }
-        return m_folder + "/bin/" + program;
+        throw std::invalid_argument("no copy of " + program + " for another user");
     }
     std::string const& Folder() const { return m_folder; }
 
@@ -94,6 +97,16 @@ public:
 
 private:
     static constexpr char kSetpriv[] = "/usr/bin/setpriv";
+
+    // The programs of this build that are copied, by their paths in the build tree.
+    static std::vector<std::string> Programs() {
+        return {VELLMARKD_PATH, VELLMARKCTL_PATH
+#ifdef VELLMARK_CONSOLE_PATH
+                ,
+                VELLMARK_CONSOLE_PATH
+#endif
+        };
+    }
 
     ProgramsForAnotherUser() {
         if (!Possible()) throw std::runtime_error("cannot run a program as another user here");
@@ -116,8 +129,11 @@ private:
         MakeFolder(m_folder + "/bin");
         MakeFolder(m_folder + "/lib");
         std::size_t libraries = 0;
-        for (std::string const program : {VELLMARKD_PATH, VELLMARKCTL_PATH}) {
-            Copy(program, Path(std::filesystem::path(program).filename()));
+        std::string names;
+        for (std::string const& program : Programs()) {
+            std::string const name = std::filesystem::path(program).filename();
+            names += (names.empty() ? "" : ", ") + name;
+            Copy(program, Path(name));
             for (auto const& [soname, path] : LibrariesOfThisBuild(program)) {
                 std::string const copy = m_folder + "/lib/" + soname;
                 if (std::filesystem::exists(copy)) continue;
@@ -128,11 +144,11 @@ private:
         if (!ReachableByOthers(m_folder)) {
             throw std::runtime_error("a folder above " + m_folder + " is closed to other users");
         }
-        std::cout << "programs for another user: vellmarkd, vellmarkctl and " << libraries
+        std::cout << "programs for another user: " << names << " and " << libraries
                   << " libraries of this build copied to " << m_folder
                   << " (0755), since that user may not reach the build tree" << std::endl;
-        for (std::string const program : {"vellmarkd", "vellmarkctl"}) {
-            auto const started = Start(program, {"--version"});
+        for (std::string const& program : Programs()) {
+            auto const started = Start(std::filesystem::path(program).filename(), {"--version"});
             if (started->ExitCode() != 0) {
                 throw std::runtime_error("the copy of " + program +
                                          " does not start as user 65534: " + started->Errors());

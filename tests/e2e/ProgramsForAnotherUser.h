@@ -20,6 +20,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -72,7 +73,8 @@ public:
         words.push_back(Path(program));
         words.insert(words.end(), arguments.begin(), arguments.end());
         ChildLaunch launch;
-        launch.environment = {"LD_LIBRARY_PATH=" + m_folder + "/lib"};
+        launch.environment = m_environment;
+        launch.environment.push_back("LD_LIBRARY_PATH=" + m_folder + "/lib");
         launch.hostProgram = true;  // setpriv; the copy's programs run on this machine
         return std::make_unique<ChildProcess>(kSetpriv, words, launch);
     }
@@ -141,6 +143,7 @@ private:
                 ++libraries;
             }
         }
+        CopySanitizerSuppressions();
         if (!ReachableByOthers(m_folder)) {
             throw std::runtime_error("a folder above " + m_folder + " is closed to other users");
         }
@@ -153,6 +156,29 @@ private:
                 throw std::runtime_error("the copy of " + program +
                                          " does not start as user 65534: " + started->Errors());
             }
+        }
+    }
+
+    // A sanitizer's suppressions file named in its options lies in the checkout, which the
+    // other user may not read either (and a sanitizer that cannot read it stops the
+    // program): copied beside the programs, and the options the copy gets name the copy.
+    void CopySanitizerSuppressions() {
+        for (std::string const name :
+             {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS"}) {
+            char const* value = std::getenv(name.c_str());
+            if (!value) continue;
+            std::string options = value;
+            std::string const key = "suppressions=";
+            auto const at = options.find(key);
+            if (at == std::string::npos) continue;
+            auto const start = at + key.size();
+            auto const end = options.find(':', start);
+            std::string const file =
+                options.substr(start, end == std::string::npos ? std::string::npos : end - start);
+            std::string const copy = m_folder + "/" + name + ".supp";
+            Copy(file, copy);
+            options.replace(start, file.size(), copy);
+            m_environment.push_back(name + "=" + options);
         }
     }
 
@@ -202,6 +228,8 @@ private:
     }
 
     std::string m_folder;
+    // What the programs of the copy get in their environment besides LD_LIBRARY_PATH.
+    std::vector<std::string> m_environment;
 };
 
 }  // namespace Vellmark::EndToEnd

@@ -218,30 +218,27 @@ std::string ConsoleApi::Prepare(std::string const& resource, std::string const& 
 }
 
 Answer ConsoleApi::Check(std::string const& resource, std::string const& json) {
-    auto edited = NewResourceMessage(resource);
-    if (!edited) return Error(404, "no resource \"" + resource + "\"");
-    try {
-        int status = 200;
-        std::string const problem = Prepare(resource, json, *edited, status);
-        if (!problem.empty()) return Error(status, problem);
-    } catch (AdminError const& error) {
-        return Unreachable(error);
-    }
-    return Json(200, "{\"ok\":true}");
+    return Edit(resource, json, false);
 }
 
 Answer ConsoleApi::Write(std::string const& resource, std::string const& json) {
+    return Edit(resource, json, true);
+}
+
+Answer ConsoleApi::Edit(std::string const& resource, std::string const& json, bool save) {
     auto edited = NewResourceMessage(resource);
     if (!edited) return Error(404, "no resource \"" + resource + "\"");
     try {
         int status = 200;
         std::string const problem = Prepare(resource, json, *edited, status);
         if (!problem.empty()) return Error(status, problem);
-        Vellmark::Admin::Request request;
-        request.mutable_put()->set_resource(resource);
-        request.mutable_put()->set_json(Vellmark::Json::Print(*edited, false));
-        auto const reply = m_link.Call(request);
-        if (!reply.ok()) return Error(400, "vellmarkd refused: " + reply.error());
+        if (save) {
+            Vellmark::Admin::Request request;
+            request.mutable_put()->set_resource(resource);
+            request.mutable_put()->set_json(Vellmark::Json::Print(*edited, false));
+            auto const reply = m_link.Call(request);
+            if (!reply.ok()) return Error(400, "vellmarkd refused: " + reply.error());
+        }
     } catch (AdminError const& error) {
         return Unreachable(error);
     }

@@ -53,6 +53,8 @@ private:
     std::string Fetch(std::string const& resource, google::protobuf::Message& message);
     // Parses `json` into `edited` and restores its masks from the stored value; "" or why
     // not, with the HTTP status in `status`.
+    // Check's and Write's one path: `save` puts the prepared value into the store.
+    Answer Edit(std::string const& resource, std::string const& json, bool save);
     std::string Prepare(std::string const& resource, std::string const& json,
                         google::protobuf::Message& edited, int& status);
 

@@ -92,12 +92,14 @@ void EventLoop::End() {
 }
 
 void EventLoop::Continue(Continuation run, void* arg) {
-    if (m_turnDepth > 0 && m_handedThisTurn < kContinuationsPerTurn) {
-        ++m_handedThisTurn;
-        m_handed.push_back(Handed{run, arg});
-        return;
-    }
-    PostContinuation(run, arg);
+    if (!ContinueInTurn(run, arg)) PostContinuation(run, arg);
+}
+
+bool EventLoop::ContinueInTurn(Continuation run, void* arg) {
+    if (m_turnDepth == 0 || m_handedThisTurn >= kContinuationsPerTurn) return false;
+    ++m_handedThisTurn;
+    m_handed.push_back(Handed{run, arg});
+    return true;
 }
 
 void EventLoop::PostContinuation(Continuation run, void* arg) {

@@ -63,6 +63,10 @@ public:
     // posted (see Post). Either way it runs on the loop's thread, in the order of the calls
     // within a turn. The caller keeps `arg` alive until it has run.
     void Continue(Continuation run, void* arg);
+    // On the loop's thread only. Inside a Turn with room left in its share, hands `run(arg)`
+    // on as Continue does and returns true: it is then sure to run before the loop waits
+    // again. Otherwise does nothing and returns false.
+    bool ContinueInTurn(Continuation run, void* arg);
 
     // Marks a handler of the loop, on its thread, as one whose continuations run at its
     // end rather than going round the loop's wait (a syscall or two less per hop). A

@@ -18,6 +18,9 @@ constexpr std::size_t kReadChunk = 64 * 1024;
 // rest: a burst to a slow reader (up to the queue's bound) is not held by every idle
 // connection afterwards.
 constexpr std::size_t kKeptQueueBytes = 64 * 1024;
+// Frames up to this size sent in a turn of the loop are held back to its end (see Cork).
+// A larger one gains nothing from waiting and is written at once.
+constexpr std::size_t kCorkedFrameBytes = 64 * 1024;
 
 bool WouldBlock(int error) {
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
@@ -87,7 +90,10 @@ bool FramedConnection::Start(FrameHandler onFrame, std::shared_ptr<EventLoop> lo
         std::lock_guard<std::mutex> lock(m_mutex);
         m_loopEnd = std::move(ending);
     }
-    serving->Post([self = shared_from_this()] { self->ReadSome(); });
+    serving->Post([self = shared_from_this()] {
+        EventLoop::Turn turn(self->m_io->loop);
+        self->ReadSome();
+    });
     return true;
 }
 
@@ -131,6 +137,14 @@ bool FramedConnection::IsOpen() const {
 }
 
 void FramedConnection::Close() {
+    {
+        // What a handler sent before closing goes out, as it would have without the cork.
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_open && m_corked) {
+            m_corked = false;
+            SendSome(m_pending.data() + m_pendingOffset, m_pending.size() - m_pendingOffset);
+        }
+    }
     if (!MarkClosed()) return;
     // A loop that has ended closed its started connections itself; one never started has
     // nothing under way there, so the caller's thread may finish it.
@@ -285,6 +299,7 @@ FramedConnection::SendResult FramedConnection::SendBytes(std::string const& byte
     if (!m_open) return SendResult::Closed;
     std::size_t written = 0;
     if (m_pending.empty()) {
+        if (Cork(bytes)) return SendResult::Sent;
         ssize_t sent = SendSome(bytes.data(), bytes.size());
         if (sent < 0 && !WouldBlock(errno)) {
             FailSend(lock, errno);
@@ -311,6 +326,32 @@ FramedConnection::SendResult FramedConnection::SendBytes(std::string const& byte
     lock.unlock();
     if (wake) Post([self = shared_from_this()] { self->WaitWritable(); });
     return SendResult::Sent;
+}
+
+bool FramedConnection::Cork(std::string const& bytes) {
+    // A handler's send waits for the end of the loop's turn: a turn that answers several
+    // frames (acknowledgements of a burst of updates, replies to pipelined requests) writes
+    // them in one syscall and wakes the peer once instead of once per frame, which on one
+    // CPU would let the peer preempt this thread for every frame.
+    if (!m_started || bytes.size() > kCorkedFrameBytes || !m_loop->RunsOnCurrentThread() ||
+        !m_loop->ContinueInTurn(
+            [](void* connection) { static_cast<FramedConnection*>(connection)->WriteCorked(); },
+            this)) {
+        return false;
+    }
+    m_pending.append(bytes);
+    m_corked = true;
+    m_corkHolder = shared_from_this();
+    return true;
+}
+
+void FramedConnection::WriteCorked() {
+    auto const holder = std::move(m_corkHolder);
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_corked = false;
+    }
+    OnWritable();
 }
 
 ssize_t FramedConnection::SendSome(char const* data, std::size_t size) {

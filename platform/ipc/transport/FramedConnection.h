@@ -13,9 +13,12 @@
 // with one log line. Writing: Send may be called from any thread; each frame is written whole, in
 // the order of the calls. When nothing waits before it and the socket takes it, a frame is written
 // on the calling thread (no thread hop); otherwise its bytes join the send queue, which
-// the loop's thread drains as the peer reads. The queue is bounded (Limits::maxQueuedBytes,
-// 4 MiB by default): a peer that lets it fill is treated as gone, so the connection is
-// closed and Send reports QueueFull. A caller never blocks on a slow peer.
+// the loop's thread drains as the peer reads. A frame sent on the loop's own thread while
+// one of its handlers runs waits for the end of that turn instead (see Cork): what the
+// turn sends leaves in one write, just before the loop waits again. The queue is bounded
+// (Limits::maxQueuedBytes, 4 MiB by default): a peer that lets it fill is treated as gone,
+// so the connection is closed and Send reports QueueFull. A caller never blocks on a slow
+// peer.
 // End: the connection ends once: when the peer closes, on an error, on bad input or on
 // Close(). Every closed handler then runs once, on the loop's thread.
 #include <sys/types.h>
@@ -109,6 +112,11 @@ private:
     void HandleFrames();
     // Writes what the socket takes now, with the lock held.
     ssize_t SendSome(char const* data, std::size_t size);
+    // With the lock held and nothing queued: holds `bytes` back to the end of the loop's
+    // turn when this is the loop's thread in one of its handlers. False if it did not.
+    bool Cork(std::string const& bytes);
+    // The end of the turn: writes what was held back, and what joined it since.
+    void WriteCorked();
     // Sends the encoded frame `bytes` (see Send).
     SendResult SendBytes(std::string const& bytes);
     // Logs a failed write and closes; releases `lock` first.
@@ -150,6 +158,10 @@ private:
     // m_pendingOffset, has gone out already.
     std::string m_pending;
     std::size_t m_pendingOffset = 0;
+    // m_pending holds bytes held back to the end of the loop's turn (see Cork).
+    bool m_corked = false;
+    // Keeps the connection alive until the held-back bytes are written; the loop thread's.
+    std::shared_ptr<FramedConnection> m_corkHolder;
 };
 
 }  // namespace Tarv

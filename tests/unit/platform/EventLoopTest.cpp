@@ -106,4 +106,33 @@ TEST(EventLoop, AHandlerThatThrowsDoesNotStopTheLoop) {
     EXPECT_TRUE(after.Wait());
 }
 
+TEST(EventLoop, WorkHandedOnInATurnRunsAtItsEndWithinTheTurnsShare) {
+    LoopThread serving;
+    std::vector<int> order;
+    std::vector<bool> accepted;
+    Latch done;
+    auto record = [](void* list) { static_cast<std::vector<int>*>(list)->push_back(2); };
+    serving.loop->Post([&] {
+        accepted.push_back(serving.loop->ContinueInTurn(record, &order));  // no turn open
+        {
+            Tarv::EventLoop::Turn turn(*serving.loop);
+            for (int i = 0; i < Tarv::EventLoop::kContinuationsPerTurn + 1; ++i) {
+                accepted.push_back(serving.loop->ContinueInTurn(record, &order));
+            }
+            order.push_back(1);
+        }
+        order.push_back(3);
+        done.CountDown();
+    });
+    ASSERT_TRUE(done.Wait());
+    std::vector<bool> expectedAccepted(Tarv::EventLoop::kContinuationsPerTurn + 2, true);
+    expectedAccepted.front() = false;
+    expectedAccepted.back() = false;  // over the turn's share
+    EXPECT_EQ(accepted, expectedAccepted);
+    std::vector<int> expectedOrder(Tarv::EventLoop::kContinuationsPerTurn, 2);
+    expectedOrder.insert(expectedOrder.begin(), 1);
+    expectedOrder.push_back(3);
+    EXPECT_EQ(order, expectedOrder);
+}
+
 }  // namespace

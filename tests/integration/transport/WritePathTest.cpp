@@ -1,0 +1,119 @@
+// How a connection writes: what a handler sends leaves at the end of its turn, in order and
+// in one piece, even when the handler closes.
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "platform/ipc/transport/FrameCodec.h"
+#include "platform/ipc/transport/FramedConnection.h"
+#include "tests/integration/transport/TransportTestSupport.h"
+
+namespace Tarv::TransportTest {
+namespace {
+
+Tarv::IPCFrame OneWay(std::string payload) {
+    Tarv::IPCFrame frame;
+    frame.set_kind(Tarv::IPCFrame::ONE_WAY);
+    frame.mutable_envelope()->set_message_id(21);
+    frame.mutable_envelope()->set_payload(std::move(payload));
+    return frame;
+}
+
+// A connection on the shared IO thread and the raw other end of its socket.
+struct RawPeer {
+    RawPeer() {
+        int fds[2];
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) == 0) {
+            connection = Tarv::FramedConnection::Adopt(fds[0], "tested");
+            connectionFd = fds[0];
+            peerFd = fds[1];
+        }
+    }
+    ~RawPeer() {
+        if (connection) connection->Close();
+        if (peerFd >= 0) ::close(peerFd);
+    }
+
+    bool Write(Tarv::IPCFrame const& frame) const {
+        std::string bytes;
+        Tarv::AppendFrame(frame, bytes);
+        return ::send(peerFd, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(bytes.size());
+    }
+
+    // The payloads of the next `count` frames the peer receives, or fewer if the connection
+    // ends or nothing comes for 30 s.
+    std::vector<std::string> Read(std::size_t count) {
+        std::vector<std::string> payloads;
+        Tarv::IPCFrame frame;
+        while (payloads.size() < count) {
+            if (decoder.Next(frame) == Tarv::FrameDecoder::Status::Frame) {
+                payloads.push_back(frame.envelope().payload());
+                continue;
+            }
+            pollfd ready{peerFd, POLLIN, 0};
+            if (::poll(&ready, 1, 30000) != 1) break;
+            char* room = decoder.Prepare(64 * 1024);
+            ssize_t const got = ::recv(peerFd, room, 64 * 1024, 0);
+            if (got <= 0) break;
+            decoder.Commit(static_cast<std::size_t>(got));
+        }
+        return payloads;
+    }
+
+    // Bytes the peer could read now.
+    int Waiting() const {
+        int bytes = -1;
+        ::ioctl(peerFd, FIONREAD, &bytes);
+        return bytes;
+    }
+
+    std::shared_ptr<Tarv::FramedConnection> connection;
+    int connectionFd = -1;
+    int peerFd = -1;
+    Tarv::FrameDecoder decoder;
+};
+
+TEST(WritePath, FramesAHandlerSendsLeaveTogetherAtTheEndOfItsTurn) {
+    RawPeer pair;
+    ASSERT_TRUE(pair.connection);
+    Inbox<int> seenByPeer;  // bytes the peer had after each send inside the handler
+    ASSERT_TRUE(pair.connection->Start([&](Tarv::IPCFrame&) {
+        for (char const* text : {"one", "two", "three"}) {
+            pair.connection->Send(OneWay(text));
+            seenByPeer.Put(pair.Waiting());
+        }
+    }));
+    ASSERT_TRUE(pair.Write(OneWay("go")));
+    EXPECT_EQ(pair.Read(3), (std::vector<std::string>{"one", "two", "three"}));
+    ASSERT_TRUE(seenByPeer.WaitFor(3));
+    EXPECT_EQ(seenByPeer.Values(), (std::vector<int>{0, 0, 0}))
+        << "a frame left before the handler's turn ended";
+}
+
+TEST(WritePath, AFrameSentJustBeforeAHandlerClosesStillLeaves) {
+    RawPeer pair;
+    ASSERT_TRUE(pair.connection);
+    ASSERT_TRUE(pair.connection->Start([&](Tarv::IPCFrame&) {
+        pair.connection->Send(OneWay("goodbye"));
+        pair.connection->Close();
+    }));
+    ASSERT_TRUE(pair.Write(OneWay("go")));
+    EXPECT_EQ(pair.Read(1), (std::vector<std::string>{"goodbye"}));
+    char byte;
+    pollfd ready{pair.peerFd, POLLIN, 0};
+    ASSERT_EQ(::poll(&ready, 1, 30000), 1);
+    EXPECT_EQ(::recv(pair.peerFd, &byte, 1, 0), 0) << "then the connection ends";
+}
+
+TEST(WritePath, FramesSentFromAnotherThreadLeaveAtOnce) {
+    RawPeer pair;
+    ASSERT_TRUE(pair.connection);
+    ASSERT_EQ(pair.connection->Send(OneWay("now")), Tarv::FramedConnection::SendResult::Sent);
+    EXPECT_GT(pair.Waiting(), 0);
+    EXPECT_EQ(pair.Read(1), (std::vector<std::string>{"now"}));
+}
+
+}  // namespace
+}  // namespace Tarv::TransportTest

@@ -1,9 +1,12 @@
 #include "platform/ipc/transport/FramedConnection.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
+#include <asio/posix/stream_descriptor.hpp>
 #include <asio/post.hpp>
 #include <cerrno>
 #include <cstring>
@@ -36,6 +39,12 @@ struct FramedConnection::Io {
     // loop has not waited since: the next read waits for the socket first, rather than
     // asking it once more only to hear EAGAIN.
     bool drained = false;
+    // While the send queue waits for room: a duplicate of the socket that waits for it.
+    // Asio keeps EPOLLOUT in a descriptor's registration once it has waited for writing,
+    // so the socket itself would wake the loop each time the peer read from it, for the
+    // rest of the connection; the duplicate is closed, and its registration with it, once
+    // the queue drains.
+    std::optional<asio::posix::stream_descriptor> writeWait;
 };
 
 std::shared_ptr<FramedConnection> FramedConnection::Adopt(int fd, std::string description,
@@ -161,6 +170,7 @@ bool FramedConnection::MarkClosed() {
 }
 
 void FramedConnection::Finish() {
+    m_io->writeWait.reset();
     asio::error_code ignored;
     m_io->socket.shutdown(asio::socket_base::shutdown_both, ignored);
     m_io->socket.close(ignored);
@@ -366,10 +376,19 @@ void FramedConnection::FailSend(std::unique_lock<std::mutex>& lock, int error) {
 }
 
 void FramedConnection::WaitWritable() {
-    m_io->socket.async_wait(asio::socket_base::wait_write,
-                            [self = shared_from_this()](asio::error_code const& error) {
-                                if (!error) self->OnWritable();
-                            });
+    auto onWritable = [self = shared_from_this()](asio::error_code const& error) {
+        if (!error) self->OnWritable();
+    };
+    if (!m_io->writeWait) {
+        int const fd = ::fcntl(m_fd, F_DUPFD_CLOEXEC, 0);
+        if (fd < 0) {
+            // Out of descriptors: the socket waits itself, at the cost of later wake-ups.
+            m_io->socket.async_wait(asio::socket_base::wait_write, std::move(onWritable));
+            return;
+        }
+        m_io->writeWait.emplace(m_io->loop.Context(), fd);
+    }
+    m_io->writeWait->async_wait(asio::posix::stream_descriptor::wait_write, std::move(onWritable));
 }
 
 void FramedConnection::OnWritable() {
@@ -398,6 +417,8 @@ void FramedConnection::OnWritable() {
         m_pending.clear();
     }
     m_pendingOffset = 0;
+    lock.unlock();
+    m_io->writeWait.reset();  // drained: no more waiting for room
 }
 
 }  // namespace Tarv

@@ -1,9 +1,15 @@
 // How a connection writes: what a handler sends leaves at the end of its turn, in order and
-// in one piece, even when the handler closes.
+// in one piece, even when the handler closes; and a queue that waited for room leaves the
+// socket watched for reading alone once it drains.
+#include <dirent.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <fstream>
+#include <sstream>
 
 #include "platform/ipc/transport/FrameCodec.h"
 #include "platform/ipc/transport/FramedConnection.h"
@@ -113,6 +119,61 @@ TEST(WritePath, FramesSentFromAnotherThreadLeaveAtOnce) {
     ASSERT_EQ(pair.connection->Send(OneWay("now")), Tarv::FramedConnection::SendResult::Sent);
     EXPECT_GT(pair.Waiting(), 0);
     EXPECT_EQ(pair.Read(1), (std::vector<std::string>{"now"}));
+}
+
+// The events every epoll instance of this process watches `fd` for, as the kernel lists
+// them; empty when none does.
+std::vector<unsigned> WatchedEvents(int fd) {
+    std::vector<unsigned> found;
+    DIR* dir = ::opendir("/proc/self/fd");
+    if (!dir) return found;
+    while (dirent* entry = ::readdir(dir)) {
+        std::string const name = entry->d_name;
+        if (name == "." || name == "..") continue;
+        char target[256] = {};
+        std::string const link = "/proc/self/fd/" + name;
+        if (::readlink(link.c_str(), target, sizeof target - 1) < 0 ||
+            std::string(target) != "anon_inode:[eventpoll]") {
+            continue;
+        }
+        std::ifstream info("/proc/self/fdinfo/" + name);
+        std::string line;
+        while (std::getline(info, line)) {
+            std::istringstream words(line);
+            std::string key;
+            int watched = -1;
+            std::string eventsKey;
+            std::string events;
+            if (words >> key >> watched >> eventsKey >> events && key == "tfd:" && watched == fd &&
+                eventsKey == "events:") {
+                found.push_back(static_cast<unsigned>(std::stoul(events, nullptr, 16)));
+            }
+        }
+    }
+    ::closedir(dir);
+    return found;
+}
+
+TEST(WritePath, AQueueThatWaitedForRoomLeavesTheSocketWatchedForReadingAloneOnceDrained) {
+    RawPeer pair;
+    ASSERT_TRUE(pair.connection);
+    ASSERT_TRUE(pair.connection->Start([](Tarv::IPCFrame&) {}));
+    // Well over a socket buffer, so that most of it waits in the queue for the peer.
+    constexpr int kFrames = 32;
+    std::string const chunk(32 * 1024, 'q');
+    for (int i = 0; i < kFrames; ++i) {
+        ASSERT_EQ(pair.connection->Send(OneWay(chunk)), Tarv::FramedConnection::SendResult::Sent);
+    }
+    EXPECT_EQ(pair.Read(kFrames).size(), static_cast<std::size_t>(kFrames));
+    // The loop wrote the last bytes in a handler that has ended once this posted work runs.
+    Inbox<int> passed;
+    ASSERT_TRUE(pair.connection->Post([&] { passed.Put(1); }));
+    ASSERT_TRUE(passed.WaitFor(1));
+    auto const events = WatchedEvents(pair.connectionFd);
+    ASSERT_EQ(events.size(), 1u) << "the socket is watched by its loop";
+    EXPECT_NE(events[0] & EPOLLIN, 0u);
+    // Watched for room, the socket would wake the loop whenever the peer read from it.
+    EXPECT_EQ(events[0] & EPOLLOUT, 0u) << std::hex << events[0];
 }
 
 }  // namespace

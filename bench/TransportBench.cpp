@@ -37,9 +37,9 @@
 #include "VellmarkAdmin.pb.h"
 #include "admin/AdminClient.h"
 #include "admin/Json.h"
+#include "bench/ConsoleAttachment.h"
 #include "bench/ContractFloor.h"
 #include "bench/CpuPlacement.h"
-#include "bench/ConsoleAttachment.h"
 #include "bench/Floors.h"
 #include "bench/Payload.h"
 #include "bench/ServiceProcess.h"
@@ -110,7 +110,9 @@ class CpuMeter {
 public:
     explicit CpuMeter(pid_t other)
         : m_other(other), m_self(CpuSeconds(0)), m_peer(CpuSeconds(other)) {}
-    double Spent() const { return CpuSeconds(0) - m_self + CpuSeconds(m_other) - m_peer; }
+    double Spent() const { return Own() + Peer(); }
+    double Own() const { return CpuSeconds(0) - m_self; }
+    double Peer() const { return CpuSeconds(m_other) - m_peer; }
 
 private:
     pid_t const m_other;
@@ -275,8 +277,10 @@ Latency MeasureLatency(char const* what, Options const& options, pid_t peer, Mea
     Latency latency;
     latency.cpuUs = cpu.Spent() * 1e6 / options.iterations;
     latency.medianUs = Median(samples) * 1e6;
-    std::printf("  %-26s median %7.1f us  p99 %7.1f us  cpu %6.1f us/op\n", what, latency.medianUs,
-                Percentile(samples, 0.99) * 1e6, latency.cpuUs);
+    std::printf(
+        "  %-26s median %7.1f us  p99 %7.1f us  cpu %6.1f us/op (client %.1f, server %.1f)\n", what,
+        latency.medianUs, Percentile(samples, 0.99) * 1e6, latency.cpuUs,
+        cpu.Own() * 1e6 / options.iterations, cpu.Peer() * 1e6 / options.iterations);
     return latency;
 }
 
@@ -293,7 +297,9 @@ Rate MeasureNotifications(char const* what, Options const& options, pid_t peer, 
     Rate rate;
     rate.perS = options.notifications / seconds;
     rate.cpuUs = cpu.Spent() * 1e6 / options.notifications;
-    std::printf("  %-26s %9.0f /s  cpu %6.1f us/notification\n", what, rate.perS, rate.cpuUs);
+    std::printf("  %-26s %9.0f /s  cpu %6.1f us/notification (client %.1f, server %.1f)\n", what,
+                rate.perS, rate.cpuUs, cpu.Own() * 1e6 / options.notifications,
+                cpu.Peer() * 1e6 / options.notifications);
     return rate;
 }
 

@@ -31,14 +31,6 @@ struct Pair {
     int peerFd = -1;
 };
 
-Tarv::IPCFrame OneWay(std::string payload) {
-    Tarv::IPCFrame frame;
-    frame.set_kind(Tarv::IPCFrame::ONE_WAY);
-    frame.mutable_envelope()->set_message_id(13);
-    frame.mutable_envelope()->set_payload(std::move(payload));
-    return frame;
-}
-
 TEST(FramedConnection, FramesFromSeveralThreadsArriveWholeAndInEachThreadsOrder) {
     constexpr int kThreads = 4;
     // 4 x 250 frames of about 3 KB: well over a socket buffer, so that writes queue, and

@@ -25,6 +25,7 @@
 #include "platform/ipc/IPCDirectory.h"
 #include "platform/ipc/IPCMessageRouterFactory.h"
 #include "platform/ipc/IPCServer.h"
+#include "platform/ipc/transport/FrameCodec.h"
 #include "platform/testing/Inbox.h"
 
 namespace Tarv::TransportTest {
@@ -61,6 +62,15 @@ inline sockaddr_un AddressOf(std::string const& path) {
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
     return address;
+}
+
+// A one-way frame under identifier 13 carrying `payload`.
+inline Tarv::IPCFrame OneWay(std::string payload) {
+    Tarv::IPCFrame frame;
+    frame.set_kind(Tarv::IPCFrame::ONE_WAY);
+    frame.mutable_envelope()->set_message_id(13);
+    frame.mutable_envelope()->set_payload(std::move(payload));
+    return frame;
 }
 
 inline IPCMessageEnvelope Bytes(std::string payload) {

@@ -18,14 +18,6 @@
 namespace Tarv::TransportTest {
 namespace {
 
-Tarv::IPCFrame OneWay(std::string payload) {
-    Tarv::IPCFrame frame;
-    frame.set_kind(Tarv::IPCFrame::ONE_WAY);
-    frame.mutable_envelope()->set_message_id(21);
-    frame.mutable_envelope()->set_payload(std::move(payload));
-    return frame;
-}
-
 // A connection on the shared IO thread and the raw other end of its socket.
 struct RawPeer {
     RawPeer() {

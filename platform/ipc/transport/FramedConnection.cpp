@@ -21,9 +21,10 @@ constexpr std::size_t kReadChunk = 64 * 1024;
 // rest: a burst to a slow reader (up to the queue's bound) is not held by every idle
 // connection afterwards.
 constexpr std::size_t kKeptQueueBytes = 64 * 1024;
-// Frames up to this size sent in a turn of the loop are held back to its end (see Cork).
-// A larger one gains nothing from waiting and is written at once.
-constexpr std::size_t kCorkedFrameBytes = 64 * 1024;
+// Frames sent in a turn of the loop are held back to its end (see Cork) up to this many
+// bytes; what reaches it leaves at once, so that a turn that pushes much to many peers
+// holds little memory, and a larger frame gains nothing from waiting.
+constexpr std::size_t kHeldBytes = 64 * 1024;
 
 bool WouldBlock(int error) {
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
@@ -333,6 +334,21 @@ FramedConnection::SendResult FramedConnection::SendBytes(std::string const& byte
     }
     bool const wake = m_pending.empty();  // otherwise a wait for the socket is under way
     m_pending.append(bytes, written, std::string::npos);
+    if (m_corked && queued < kHeldBytes && queued + bytes.size() >= kHeldBytes) {
+        // Enough held back: the socket takes what it can now, the turn's end the rest.
+        ssize_t const sent =
+            SendSome(m_pending.data() + m_pendingOffset, m_pending.size() - m_pendingOffset);
+        if (sent < 0 && !WouldBlock(errno)) {
+            FailSend(lock, errno);
+            return SendResult::Closed;
+        }
+        if (sent > 0) m_pendingOffset += static_cast<std::size_t>(sent);
+        if (m_pendingOffset == m_pending.size()) {
+            m_pending.clear();
+            m_pendingOffset = 0;
+        }
+        return SendResult::Sent;
+    }
     lock.unlock();
     if (wake) Post([self = shared_from_this()] { self->WaitWritable(); });
     return SendResult::Sent;
@@ -343,7 +359,11 @@ bool FramedConnection::Cork(std::string const& bytes) {
     // frames (acknowledgements of a burst of updates, replies to pipelined requests) writes
     // them in one syscall and wakes the peer once instead of once per frame, which on one
     // CPU would let the peer preempt this thread for every frame.
-    if (!m_started || bytes.size() > kCorkedFrameBytes || !m_loop->RunsOnCurrentThread() ||
+    if (m_corked) {  // the turn's end is due already
+        m_pending.append(bytes);
+        return true;
+    }
+    if (!m_started || bytes.size() >= kHeldBytes || !m_loop->RunsOnCurrentThread() ||
         !m_loop->ContinueInTurn(
             [](void* connection) { static_cast<FramedConnection*>(connection)->WriteCorked(); },
             this)) {

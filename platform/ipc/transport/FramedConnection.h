@@ -113,7 +113,8 @@ private:
     // Writes what the socket takes now, with the lock held.
     ssize_t SendSome(char const* data, std::size_t size);
     // With the lock held and nothing queued: holds `bytes` back to the end of the loop's
-    // turn when this is the loop's thread in one of its handlers. False if it did not.
+    // turn when this is the loop's thread in one of its handlers, or when an earlier frame
+    // of the turn is held back already. False if it did not.
     bool Cork(std::string const& bytes);
     // The end of the turn: writes what was held back, and what joined it since.
     void WriteCorked();

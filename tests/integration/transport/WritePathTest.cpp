@@ -84,10 +84,31 @@ TEST(WritePath, FramesAHandlerSendsLeaveTogetherAtTheEndOfItsTurn) {
         }
     }));
     ASSERT_TRUE(pair.Write(OneWay("go")));
-    EXPECT_EQ(pair.Read(3), (std::vector<std::string>{"one", "two", "three"}));
     ASSERT_TRUE(seenByPeer.WaitFor(3));
+    EXPECT_EQ(pair.Read(3), (std::vector<std::string>{"one", "two", "three"}));
     EXPECT_EQ(seenByPeer.Values(), (std::vector<int>{0, 0, 0}))
         << "a frame left before the handler's turn ended";
+}
+
+TEST(WritePath, AHandlerHoldsBackAtMost64KiBAndSendsTheRestAtOnce) {
+    RawPeer pair;
+    ASSERT_TRUE(pair.connection);
+    Inbox<int> seenByPeer;
+    std::string const third(30 * 1024, 't');
+    ASSERT_TRUE(pair.connection->Start([&](Tarv::IPCFrame&) {
+        for (int i = 0; i < 3; ++i) {
+            pair.connection->Send(OneWay(third));
+            seenByPeer.Put(pair.Waiting());
+        }
+    }));
+    ASSERT_TRUE(pair.Write(OneWay("go")));
+    // Read once the handler has looked: reading earlier would take what it looks for.
+    ASSERT_TRUE(seenByPeer.WaitFor(3));
+    EXPECT_EQ(pair.Read(3), std::vector<std::string>(3, third));
+    auto const seen = seenByPeer.Values();
+    EXPECT_EQ(seen[0], 0);
+    EXPECT_EQ(seen[1], 0);
+    EXPECT_GT(seen[2], 90 * 1024) << "the three frames, over 64 KiB, left before the turn ended";
 }
 
 TEST(WritePath, AFrameSentJustBeforeAHandlerClosesStillLeaves) {

@@ -22,19 +22,12 @@ std::optional<std::string> Acknowledgements::RefusalLine(unsigned int updateId,
                                                          std::uint64_t session,
                                                          Clock::time_point now) {
     // A client that sends them in a loop would otherwise fill the log as fast as it sends.
-    if (m_loggedAt && now - *m_loggedAt < kLogWindow) {
-        ++m_unlogged;
-        return std::nullopt;
-    }
-    std::string line = "acknowledgement of " + std::to_string(updateId) + " from session " +
-                       std::to_string(session) +
-                       " refused: the service pushes no update under this identifier";
-    if (m_unlogged > 0) {
-        line += "; " + std::to_string(m_unlogged) + " more refused since the last line";
-    }
-    m_loggedAt = now;
-    m_unlogged = 0;
-    return line;
+    auto const held = m_logWindow.Admit(now);
+    if (!held) return std::nullopt;
+    return "acknowledgement of " + std::to_string(updateId) + " from session " +
+           std::to_string(session) +
+           " refused: the service pushes no update under this identifier" +
+           Tarv::HeldBackSuffix(*held, "refused");
 }
 
 Vellmark::Admin::AcknowledgementReport Acknowledgements::Report() const {

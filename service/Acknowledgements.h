@@ -16,6 +16,7 @@
 #include <string>
 
 #include "VellmarkAdmin.pb.h"
+#include "platform/log/LogWindow.h"
 
 namespace Vellmark::Service {
 
@@ -25,7 +26,7 @@ public:
     // The latest acknowledgements kept.
     static constexpr std::size_t kKept = 100;
     // At most one line about refused acknowledgements in this time.
-    static constexpr std::chrono::seconds kLogWindow{60};
+    static constexpr std::chrono::seconds kLogWindow = Tarv::LogWindow::kWindow;
 
     // Records connection `session` acknowledging `updateId`. True when it is counted;
     // false when the service pushes no update under `updateId`: then nothing of it is kept
@@ -53,8 +54,7 @@ private:
     std::map<unsigned int, std::uint64_t> m_counts;
     std::deque<Received> m_latest;
     std::uint64_t m_refused = 0;
-    std::optional<Clock::time_point> m_loggedAt;
-    std::uint64_t m_unlogged = 0;
+    Tarv::LogWindow m_logWindow;
 };
 
 }  // namespace Vellmark::Service

@@ -259,8 +259,12 @@ void VellmarkService::HandleOneWay(std::shared_ptr<IPCServerSession> const& sess
         (envelope.has_payload_type_name() &&
          envelope.payload_type_name() != acknowledgement.GetDescriptor()->name()) ||
         !envelope.GetPayload(acknowledgement)) {
-        Log().Log(DPrint::Warning, "one-way message %u from session %llu ignored", id,
-                  static_cast<unsigned long long>(session->Id()));
+        // Any client may send these in a loop: a line a minute, the rest counted.
+        if (auto const held = m_ignoredOneWayLog.Admit(Tarv::LogWindow::Clock::now())) {
+            Log().Log(DPrint::Warning, "one-way message %u from session %llu ignored%s", id,
+                      static_cast<unsigned long long>(session->Id()),
+                      Tarv::HeldBackSuffix(*held, "ignored").c_str());
+        }
         return;
     }
     if (!m_acknowledgements.Record(acknowledgement.messageid(), session->Id())) {

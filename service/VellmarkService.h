@@ -18,6 +18,7 @@
 #include "VellmarkAdmin.pb.h"
 #include "platform/ipc/IPCServer.h"
 #include "platform/log/DPrint.h"
+#include "platform/log/LogWindow.h"
 #include "platform/task/Task.h"
 #include "service/Acknowledgements.h"
 #include "service/AdminSlices.h"
@@ -157,6 +158,7 @@ private:
     Catalog m_catalog;
     Faults m_faults;
     Acknowledgements m_acknowledgements;
+    Tarv::LogWindow m_ignoredOneWayLog;
     std::map<std::uint64_t, Client> m_clients;
     TrafficMonitor m_monitor;
     AdminSlices m_adminSlices;

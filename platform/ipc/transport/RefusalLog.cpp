@@ -29,23 +29,14 @@ std::optional<std::string> RefusalLog::Closed(uid_t uid, pid_t pid, std::string 
 std::optional<std::string> RefusalLog::Note(uid_t uid, std::string const& reason, std::string what,
                                             char const* counted, Clock::time_point now) {
     auto key = std::make_pair(uid, reason);
-    auto const found = m_entries.find(key);
-    if (found != m_entries.end() && now - found->second.logged < kWindow) {
-        ++found->second.counted;
-        return std::nullopt;
-    }
-    if (found != m_entries.end() && found->second.counted > 0) {
-        what += "; " + std::to_string(found->second.counted) + " more " + counted +
-                " from this user since the last line";
-    }
-    // Entries quiet for a minute with nothing counted are forgotten; a count waits for its
-    // user's next refusal, so the table holds at most one entry per local user and reason.
+    auto const held = m_entries[key].Admit(now);
+    if (!held) return std::nullopt;
+    // Windows idle for a minute are forgotten; a count waits for its user's next refusal,
+    // so the table holds at most one entry per local user and reason.
     for (auto it = m_entries.begin(); it != m_entries.end();) {
-        bool const stale = now - it->second.logged >= kWindow && it->second.counted == 0;
-        it = stale ? m_entries.erase(it) : std::next(it);
+        it = it->second.Idle(now) ? m_entries.erase(it) : std::next(it);
     }
-    m_entries[std::move(key)] = Entry{now, 0};
-    return what;
+    return what + HeldBackSuffix(*held, (std::string(counted) + " from this user").c_str());
 }
 
 }  // namespace Tarv

@@ -17,13 +17,14 @@
 #include <utility>
 
 #include "platform/TarvExport.h"
+#include "platform/log/LogWindow.h"
 
 namespace Tarv {
 
 class TARV_TRANSPORT_EXPORT RefusalLog {
 public:
-    using Clock = std::chrono::steady_clock;
-    static constexpr std::chrono::seconds kWindow{60};
+    using Clock = LogWindow::Clock;
+    static constexpr std::chrono::seconds kWindow = LogWindow::kWindow;
 
     // The text to log for refusing `uid` (process `pid`) at `now`, or nothing when the
     // refusal is only counted.
@@ -37,16 +38,12 @@ public:
                                       Clock::time_point now);
 
 private:
-    struct Entry {
-        Clock::time_point logged;
-        std::uint64_t counted = 0;
-    };
     // `what` is the line's start; `counted` says what the count counts ("refused").
     std::optional<std::string> Note(uid_t uid, std::string const& reason, std::string what,
                                     char const* counted, Clock::time_point now);
 
     // By user and reason.
-    std::map<std::pair<uid_t, std::string>, Entry> m_entries;
+    std::map<std::pair<uid_t, std::string>, LogWindow> m_entries;
 };
 
 }  // namespace Tarv

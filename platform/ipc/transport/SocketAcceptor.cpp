@@ -11,7 +11,6 @@
 
 #include "platform/ipc/IPCLog.h"
 #include "platform/ipc/transport/ListeningSocket.h"
-#include "platform/ipc/transport/RefusalLog.h"
 
 namespace Tarv {
 
@@ -159,21 +158,14 @@ void SocketAcceptor::FillReserve() {
 }
 
 void SocketAcceptor::LogFailure(int error) {
-    auto const now = std::chrono::steady_clock::now();
-    if (m_loggedAt && now - *m_loggedAt < RefusalLog::kWindow) {
-        ++m_failedSinceLine;
-        return;
-    }
-    std::string text = "server " + m_server +
-                       ": cannot accept a connection: " + std::system_category().message(error) +
-                       "; accepting paused until a connection closes or " +
-                       std::to_string(kBackOff.count()) + " ms pass";
-    if (m_failedSinceLine > 0) {
-        text += "; " + std::to_string(m_failedSinceLine) + " more failed since the last line";
-    }
+    auto const held = m_logWindow.Admit(LogWindow::Clock::now());
+    if (!held) return;
+    std::string const text =
+        "server " + m_server +
+        ": cannot accept a connection: " + std::system_category().message(error) +
+        "; accepting paused until a connection closes or " + std::to_string(kBackOff.count()) +
+        " ms pass" + HeldBackSuffix(*held, "failed");
     IPCLog().Log(DPrint::Warning, "%s", text.c_str());
-    m_loggedAt = now;
-    m_failedSinceLine = 0;
 }
 
 void SocketAcceptor::Close() {

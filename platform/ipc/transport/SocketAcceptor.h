@@ -14,13 +14,12 @@
 // Threads: Bind, Listen and Adopt run on the thread that makes the acceptor, before Start;
 // afterwards every operation, and the accepted handler, runs on the loop's thread.
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/log/LogWindow.h"
 #include "platform/task/EventLoop.h"
 
 namespace Tarv {
@@ -84,8 +83,7 @@ private:
     // The loop thread's.
     std::vector<int> m_reserve;
     bool m_paused = false;
-    std::optional<std::chrono::steady_clock::time_point> m_loggedAt;
-    std::uint64_t m_failedSinceLine = 0;
+    LogWindow m_logWindow;
 };
 
 }  // namespace Tarv

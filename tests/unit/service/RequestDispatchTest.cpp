@@ -150,6 +150,18 @@ TEST_F(RequestDispatch, AnIdentifierWithoutARowIsRefusedWithAnErrorAndOneLogLine
     EXPECT_EQ(log.CountText("the service serves no request"), ids.size());
 }
 
+// A client may send one-way messages the service has no use for as fast as it can: the log
+// gets a line a minute, and the service keeps answering.
+TEST_F(RequestDispatch, IgnoredOneWayMessagesAreLoggedOnceAMinute) {
+    LogCapture log(VellmarkService::Log(), DPrint::Warning);
+    for (int i = 0; i < 1000; ++i) service->ReceiveOneWay(session, 99, Undecodable());
+    service->ReceiveOneWay(session, VellmarkPB::VELLMARK_MESSAGE_CLOUDSYNC_RECEIVED, Undecodable());
+    // Answered, after every one-way message before it was handled.
+    Response(kSentinel, IPCMessageEnvelope());
+    EXPECT_EQ(log.CountText("ignored"), 1u);
+    EXPECT_EQ(log.CountText("one-way message 99 from session 1 ignored"), 1u);
+}
+
 // Every request of MessageTable, with a payload that does not decode: a query is answered
 // with its resource, a write is refused on its identifier's route.
 TEST_F(RequestDispatch, ARequestThatDoesNotDecodeIsAnsweredOrRefusedOnItsRoute) {

@@ -1,7 +1,5 @@
 #include "console/ClientRoster.h"
 
-#include <google/protobuf/struct.pb.h>
-#include <google/protobuf/util/json_util.h>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -12,24 +10,11 @@
 #include "VellmarkMessageId.pb.h"
 #include "admin/AdminProtocol.h"
 #include "admin/Json.h"
+#include "console/JsonDocument.h"
 
 namespace Vellmark::Console {
 
-namespace {
-
-google::protobuf::Value Number(double value) {
-    google::protobuf::Value v;
-    v.set_number_value(value);
-    return v;
-}
-
-google::protobuf::Value Text(std::string const& value) {
-    google::protobuf::Value v;
-    v.set_string_value(value);
-    return v;
-}
-
-}  // namespace
+namespace {}  // namespace
 
 ClientRoster::ClientRoster(UserName user, ProgramName program)
     : m_user(std::move(user)), m_program(std::move(program)) {}
@@ -59,26 +44,26 @@ void ClientRoster::Count(Vellmark::Admin::TrafficEvent const& event) {
 
 std::string ClientRoster::Render(Vellmark::Admin::ClientList const& clients) {
     google::protobuf::Struct document;
-    auto* list = (*document.mutable_fields())["clients"].mutable_list_value();
+    auto* list = Field(document, "clients").mutable_list_value();
     std::set<std::uint64_t> listed;
     std::lock_guard<std::mutex> lock(m_mutex);
     for (auto const& client : clients.clients()) {
         listed.insert(client.session());
         Seen const& seen = m_seen[client.session()];
-        auto& fields = *list->add_values()->mutable_struct_value()->mutable_fields();
-        fields["session"] = Number(static_cast<double>(client.session()));
-        fields["pid"] = Number(client.pid());
-        fields["uid"] = Number(client.uid());
-        fields["user"] = Text(m_user ? m_user(client.uid()) : "");
-        fields["program"] = Text(m_program ? m_program(client.pid()) : "");
-        fields["connectedAt"] = Text(client.connectedat());
-        fields["requests"] = Number(static_cast<double>(client.requests()));
-        fields["frames"] = Number(static_cast<double>(seen.frames));
-        fields["acknowledged"] = Number(static_cast<double>(seen.acknowledged));
-        fields["lastFrame"] = Text(seen.lastFrame);
-        auto& updates = *fields["subscriptions"].mutable_struct_value()->mutable_fields();
+        auto& entry = *list->add_values()->mutable_struct_value();
+        Field(entry, "session") = Number(static_cast<double>(client.session()));
+        Field(entry, "pid") = Number(client.pid());
+        Field(entry, "uid") = Number(client.uid());
+        Field(entry, "user") = Text(m_user ? m_user(client.uid()) : "");
+        Field(entry, "program") = Text(m_program ? m_program(client.pid()) : "");
+        Field(entry, "connectedAt") = Text(client.connectedat());
+        Field(entry, "requests") = Number(static_cast<double>(client.requests()));
+        Field(entry, "frames") = Number(static_cast<double>(seen.frames));
+        Field(entry, "acknowledged") = Number(static_cast<double>(seen.acknowledged));
+        Field(entry, "lastFrame") = Text(seen.lastFrame);
+        auto& updates = *Field(entry, "subscriptions").mutable_struct_value();
         for (auto const& [name, count] : seen.updates) {
-            updates[name] = Number(static_cast<double>(count));
+            Field(updates, name) = Number(static_cast<double>(count));
         }
     }
     // A session that sent frames since the last list may be too new to be in this one.
@@ -87,9 +72,7 @@ std::string ClientRoster::Render(Vellmark::Admin::ClientList const& clients) {
         it->second.recent = false;
         it = keep ? std::next(it) : m_seen.erase(it);
     }
-    std::string json;
-    google::protobuf::util::MessageToJsonString(document, &json);
-    return json;
+    return ToJson(document);
 }
 
 std::string ClientRoster::SystemUserName(std::uint32_t uid) {

@@ -1,11 +1,9 @@
 #include "console/Console.h"
 
-#include <google/protobuf/struct.pb.h>
-#include <google/protobuf/util/json_util.h>
-
 #include <iostream>
 
 #include "admin/Json.h"
+#include "console/JsonDocument.h"
 
 namespace Vellmark::Console {
 
@@ -56,14 +54,11 @@ void Console::Stop() {
 
 void Console::PublishStatus(AdminLink::State const& state) {
     google::protobuf::Struct status;
-    auto& fields = *status.mutable_fields();
-    fields["watching"].set_bool_value(state.watching);
-    fields["message"].set_string_value(state.message);
-    fields["endpoint"].set_string_value(m_link.Path());
-    fields["lost"].set_number_value(static_cast<double>(state.lost));
-    std::string json;
-    google::protobuf::util::MessageToJsonString(status, &json);
-    m_feed.PublishState("status", json);
+    Field(status, "watching") = Flag(state.watching);
+    Field(status, "message") = Text(state.message);
+    Field(status, "endpoint") = Text(m_link.Path());
+    Field(status, "lost") = Number(static_cast<double>(state.lost));
+    m_feed.PublishState("status", ToJson(status));
 }
 
 void Console::Poll() {

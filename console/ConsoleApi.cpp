@@ -1,7 +1,5 @@
 #include "console/ConsoleApi.h"
 
-#include <google/protobuf/struct.pb.h>
-#include <google/protobuf/util/json_util.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -15,6 +13,7 @@
 #include "admin/AdminProtocol.h"
 #include "admin/Json.h"
 #include "admin/MessageTable.h"
+#include "console/JsonDocument.h"
 #include "console/StoreEdits.h"
 #include "tools/MonitorFormat.h"
 #include "tools/PcapngWriter.h"
@@ -24,30 +23,6 @@ namespace Vellmark::Console {
 namespace {
 
 using Vellmark::Admin::AdminError;
-
-google::protobuf::Value Text(std::string const& text) {
-    google::protobuf::Value value;
-    value.set_string_value(text);
-    return value;
-}
-
-google::protobuf::Value Number(double number) {
-    google::protobuf::Value value;
-    value.set_number_value(number);
-    return value;
-}
-
-google::protobuf::Value Flag(bool flag) {
-    google::protobuf::Value value;
-    value.set_bool_value(flag);
-    return value;
-}
-
-std::string ToJson(google::protobuf::Message const& message) {
-    std::string json;
-    google::protobuf::util::MessageToJsonString(message, &json);
-    return json;
-}
 
 Answer Json(int status, std::string body) {
     Answer answer;
@@ -146,36 +121,35 @@ ConsoleApi::ConsoleApi(AdminLink& link, TrafficFeed& feed, std::chrono::millisec
 
 std::string ConsoleApi::ErrorJson(std::string const& text) {
     google::protobuf::Struct error;
-    (*error.mutable_fields())["error"] = Text(text);
+    Field(error, "error") = Text(text);
     return ToJson(error);
 }
 
 Answer ConsoleApi::Overview() const {
     google::protobuf::Struct overview;
-    auto& fields = *overview.mutable_fields();
-    fields["endpoint"] = Text(m_link.Path());
-    auto* resources = fields["resources"].mutable_list_value();
+    Field(overview, "endpoint") = Text(m_link.Path());
+    auto* resources = Field(overview, "resources").mutable_list_value();
     for (auto const& resource : Vellmark::Admin::Resources()) {
-        auto& entry = *resources->add_values()->mutable_struct_value()->mutable_fields();
-        entry["name"] = Text(resource.name);
-        entry["updateId"] = Number(resource.updateId);
-        entry["updateName"] = Text(Vellmark::Admin::MessageName(resource.updateId));
-        entry["queryId"] = Number(resource.queryId);
+        auto& entry = *resources->add_values()->mutable_struct_value();
+        Field(entry, "name") = Text(resource.name);
+        Field(entry, "updateId") = Number(resource.updateId);
+        Field(entry, "updateName") = Text(Vellmark::Admin::MessageName(resource.updateId));
+        Field(entry, "queryId") = Number(resource.queryId);
     }
-    auto& accounts = *resources->add_values()->mutable_struct_value()->mutable_fields();
-    accounts["name"] = Text(kServiceAccounts);
-    accounts["updateId"] = Number(0);
-    accounts["queryId"] = Number(0);
-    auto* messages = fields["messages"].mutable_list_value();
+    auto& accounts = *resources->add_values()->mutable_struct_value();
+    Field(accounts, "name") = Text(kServiceAccounts);
+    Field(accounts, "updateId") = Number(0);
+    Field(accounts, "queryId") = Number(0);
+    auto* messages = Field(overview, "messages").mutable_list_value();
     for (auto const& message : Vellmark::Admin::MessageTable()) {
-        auto& entry = *messages->add_values()->mutable_struct_value()->mutable_fields();
-        entry["id"] = Number(message.id);
-        entry["name"] = Text(Vellmark::Admin::MessageName(message.id));
-        entry["role"] = Text(Vellmark::Admin::RoleName(message.role));
-        entry["errorInReply"] = Flag(message.errorInReply);
-        entry["errorId"] = Number(message.errorId);
-        entry["request"] = Text(message.request ? message.request->name() : "");
-        entry["reply"] = Text(message.reply ? message.reply->name() : "");
+        auto& entry = *messages->add_values()->mutable_struct_value();
+        Field(entry, "id") = Number(message.id);
+        Field(entry, "name") = Text(Vellmark::Admin::MessageName(message.id));
+        Field(entry, "role") = Text(Vellmark::Admin::RoleName(message.role));
+        Field(entry, "errorInReply") = Flag(message.errorInReply);
+        Field(entry, "errorId") = Number(message.errorId);
+        Field(entry, "request") = Text(message.request ? message.request->name() : "");
+        Field(entry, "reply") = Text(message.reply ? message.reply->name() : "");
     }
     return Json(200, ToJson(overview));
 }

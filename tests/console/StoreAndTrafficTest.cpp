@@ -4,6 +4,7 @@
 #include "VellmarkPresets.pb.h"
 #include "VellmarkSources.pb.h"
 #include "tests/console/ConsoleFixture.h"
+#include "tests/support/JsonFields.h"
 
 namespace Vellmark::ConsoleTest {
 namespace {
@@ -87,10 +88,9 @@ TEST_F(ConsoleTest, BadJsonEditsAreRefusedWithTheSchemasErrorAndNothingIsStored)
                                              : http->Put(path, json, "application/json");
             ASSERT_TRUE(answer);
             EXPECT_EQ(answer->status, 400) << json;
-            google::protobuf::Struct error;
-            ASSERT_TRUE(google::protobuf::util::JsonStringToMessage(answer->body, &error).ok());
-            EXPECT_EQ(error.fields().at("error").string_value(),
-                      "not a presets document: " + schemaError);
+            TestJson::Fields error;
+            ASSERT_TRUE(TestJson::ParseObject(answer->body, error)) << answer->body;
+            EXPECT_EQ(error["error"].string_value(), "not a presets document: " + schemaError);
         }
     }
     // A mask that stands for no stored value.

@@ -46,7 +46,9 @@ void VellmarkClientAPI::Initialize() {
     using Socket = std::shared_ptr<Network::ConnectorSocket>;
     auto onConnected = OnTask<Socket>([this](Socket const& socket) { Connected(socket); });
     auto endpoint = IPCDirectory::Get().Lookup(kServiceName);
-    m_listener->Listen(endpoint, [onConnected](Socket const& socket) { onConnected(socket); });
+    // The callback itself, not a wrapper: the listener sees which task it delivers to and,
+    // when that task serves an event loop, makes its attempts there with no thread of its own.
+    m_listener->Listen(endpoint, onConnected);
 }
 
 void VellmarkClientAPI::Connected(std::shared_ptr<Network::ConnectorSocket> socket) {

@@ -26,7 +26,9 @@ public:
     virtual ~ClientListenerIF() = default;
 
     // Starts connecting to `endpoint`. `onConnected` is called once per established
-    // connection, on the listener's own thread, with the connected socket. Listening ends
+    // connection, on the listener's own thread, with the connected socket; given an
+    // AsyncCallback whose task serves an event loop (an IL::Task), the built-in listener
+    // makes its attempts on that task's thread and starts no thread. Listening ends
     // when the returned connection is disconnected or the listener is destroyed; releasing
     // the returned handle alone does not end it.
     virtual CallbackConnection Listen(std::shared_ptr<IPCEndpoint const> const& endpoint,

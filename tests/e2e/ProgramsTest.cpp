@@ -1,6 +1,10 @@
 // vellmarkctl and vellmarkd as a person runs them: output, errors and exit codes.
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
 #include "tests/e2e/ServiceFixture.h"
 
 namespace Vellmark::EndToEnd {
@@ -134,6 +138,40 @@ TEST_F(Programs, SubscribePrintsEachUpdate) {
     VellmarkPB::ProductSettings printed;
     ASSERT_EQ(Vellmark::Json::Parse(subscriber->Output(), printed), "");
     EXPECT_TRUE(Same(printed, settings));
+}
+
+// The names of the threads of process `pid`.
+std::vector<std::string> ThreadNames(pid_t pid) {
+    std::vector<std::string> names;
+    std::string const tasks = "/proc/" + std::to_string(pid) + "/task";
+    std::error_code error;
+    for (auto const& entry : std::filesystem::directory_iterator(tasks, error)) {
+        std::ifstream comm(entry.path() / "comm");
+        std::string name;
+        if (std::getline(comm, name)) names.push_back(name);
+    }
+    return names;
+}
+
+// A client on its own task needs no other thread: the listener makes its attempts on the
+// task's loop, as the router reads there. (Counted by name: a sanitizer or an emulator may
+// add threads of its own.)
+TEST_F(Programs, ASubscriberRunsNoThreadBeyondItsMainThreadAndItsTask) {
+    StartService();
+    auto subscriber = std::make_unique<ChildProcess>(
+        VELLMARKCTL_PATH, std::vector<std::string>{"--runtime-dir", Folder(), "subscribe",
+                                                   "product-settings", "--count", "1"});
+    ASSERT_TRUE(subscriber->WaitForError("subscribed to product-settings", kBound))
+        << subscriber->Errors();
+    auto const names = ThreadNames(subscriber->Pid());
+    std::string listed;
+    for (auto const& name : names) listed += "'" + name + "' ";
+    EXPECT_GE(names.size(), 2u) << listed;
+    EXPECT_EQ(std::count(names.begin(), names.end(), "IPC IO"), 0) << listed;
+    VellmarkPB::ProductSettings settings;
+    settings.set_name("Flur");
+    AdminPut("product-settings", settings);
+    EXPECT_EQ(subscriber->ExitCode(), 0) << subscriber->Errors();
 }
 
 TEST_F(Programs, AdminPushSendsEveryUpdateToASubscriberThatAcknowledgesEach) {

@@ -1,7 +1,7 @@
 #pragma once
 // IoService: the process's shared IO thread, serving one EventLoop. Sockets of tasks that
 // do not serve a loop of their own (EventLoopOwner), of tests' manual tasks and of the
-// listeners' attempts live here, with their retry timers.
+// attempts of listeners that report to no such task live here, with their retry timers.
 //
 // Shared() starts it on first use; it is never destroyed. At the process's exit its thread is
 // stopped and joined, whoever still holds it: a handler run later would find the statics it

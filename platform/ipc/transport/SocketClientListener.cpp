@@ -6,45 +6,70 @@
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
 
+#include "framework/AsyncCallback.h"
 #include "platform/ipc/IPCLog.h"
 #include "platform/ipc/PeerCredentials.h"
 #include "platform/ipc/transport/FramedConnection.h"
 #include "platform/ipc/transport/IoService.h"
+#include "platform/task/EventLoopOwner.h"
 
 namespace Tarv {
 
-// One Listen: the attempt loop for one endpoint. Its state is the IO thread's, except
-// the stop flag, which guards the reporting of connections.
+namespace {
+
+// The loop of the task that `onConnected` delivers to, when it is an AsyncCallback bound to
+// a task that serves an event loop of its own (EventLoopOwner); null otherwise. A client on
+// such a task then has its attempts made, and its connections reported, on the task's own
+// thread: it needs no other.
+std::shared_ptr<EventLoop> LoopOfTarget(IL::ClientListenerIF::OnConnected const& onConnected) {
+    using Reported = AsyncCallback<std::shared_ptr<Network::ConnectorSocket>>;
+    auto const* callback = onConnected.target<Reported>();
+    if (!callback) return nullptr;
+    auto const* owner = dynamic_cast<EventLoopOwner const*>(callback->impl->target.load());
+    return owner ? owner->Loop() : nullptr;
+}
+
+}  // namespace
+
+// One Listen: the attempt loop for one endpoint, on the loop of the task its connections go
+// to, or on the shared IO thread. Its state is that loop's thread's, except the stop flag,
+// which guards the reporting of connections.
 class SocketClientListener::Attempts : public std::enable_shared_from_this<Attempts> {
 public:
     Attempts(std::string listener, std::shared_ptr<IPCEndpoint const> endpoint,
              std::chrono::milliseconds period, OnConnected onConnected)
-        : m_service(IoService::Shared()),
+        : m_taskLoop(LoopOfTarget(onConnected)),
+          // The shared IO thread starts only for a listener that reports to no such task.
+          m_service(m_taskLoop ? nullptr : IoService::Shared()),
+          m_loop(m_taskLoop ? m_taskLoop : m_service->Loop()),
           m_listener(std::move(listener)),
           m_endpoint(std::move(endpoint)),
           m_period(period),
           m_onConnected(std::move(onConnected)),
-          m_socket(m_service->Context()),
-          m_timer(m_service->Context()) {}
+          m_socket(m_loop->Context()),
+          m_timer(m_loop->Context()) {}
 
     void Start() {
-        asio::post(m_service->Context(), [self = shared_from_this()] { self->Try(); });
-    }
-
-    // No connection is reported once this returns; the loop ends on the IO thread.
-    void Stop() {
+        // A task's loop that ends first ends the attempts there (and at once, here, when it
+        // has ended already): its socket and timer close while their loop can still finish
+        // them.
+        auto ending = m_loop->OnEnd([weak = weak_from_this()] {
+            if (auto self = weak.lock()) {
+                self->MarkStopped();
+                self->Close();
+            }
+        });
         {
             std::lock_guard<std::mutex> lock(m_mutex);
-            if (m_stopped) return;
-            m_stopped = true;
+            m_loopEnd = std::move(ending);
         }
-        asio::post(m_service->Context(), [self = shared_from_this()] {
-            asio::error_code ignored;
-            self->m_timer.cancel();
-            self->m_socket.close(ignored);
-            self->m_watch.Disconnect();
-            self->m_connection.reset();
-        });
+        m_loop->Post([self = shared_from_this()] { self->Try(); });
+    }
+
+    // No connection is reported once this returns; the loop ends on its loop's thread.
+    void Stop() {
+        if (!MarkStopped()) return;
+        m_loop->Post([self = shared_from_this()] { self->Close(); });
     }
 
     bool Stopped() {
@@ -53,6 +78,27 @@ public:
     }
 
 private:
+    // True for the call that stopped the attempts.
+    bool MarkStopped() {
+        CallbackConnection loopEnd;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            if (m_stopped) return false;
+            m_stopped = true;
+            loopEnd = std::move(m_loopEnd);
+        }
+        loopEnd.Disconnect();
+        return true;
+    }
+
+    void Close() {
+        asio::error_code ignored;
+        m_timer.cancel();
+        m_socket.close(ignored);
+        m_watch.Disconnect();
+        m_connection.reset();
+    }
+
     void Try() {
         if (Stopped()) return;
         asio::error_code ignored;
@@ -97,7 +143,8 @@ private:
             return;
         }
         m_distrustLogged = false;
-        auto connection = FramedConnection::Adopt(m_socket.release(), m_endpoint->Name());
+        auto connection = FramedConnection::Adopt(m_socket.release(), m_endpoint->Name(),
+                                                  FramedConnection::Limits(), m_taskLoop);
         IPCLog().Log(DPrint::Info, "listener %s: connected to %s", m_listener.c_str(),
                      m_endpoint->Name().c_str());
         m_connection = connection;
@@ -105,7 +152,7 @@ private:
         // loop hears of it on its own thread.
         m_watch = connection->OnClosed([weak = weak_from_this()] {
             if (auto self = weak.lock()) {
-                self->m_service->Loop()->Post([self] { self->Lost(); });
+                self->m_loop->Post([self] { self->Lost(); });
             }
         });
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -142,7 +189,9 @@ private:
         RetryLater();
     }
 
-    std::shared_ptr<IoService> const m_service;
+    std::shared_ptr<EventLoop> const m_taskLoop;  // null: the shared IO thread's
+    std::shared_ptr<IoService> const m_service;   // held while its thread serves the attempts
+    std::shared_ptr<EventLoop> const m_loop;
     std::string const m_listener;
     std::shared_ptr<IPCEndpoint const> const m_endpoint;
     std::chrono::milliseconds const m_period;
@@ -150,8 +199,9 @@ private:
 
     std::mutex m_mutex;
     bool m_stopped = false;
+    CallbackConnection m_loopEnd;
 
-    // The IO thread's.
+    // The loop thread's.
     asio::local::stream_protocol::socket m_socket;
     asio::steady_timer m_timer;
     bool m_waiting = false;

@@ -1,10 +1,11 @@
 // A router made for an IL::Task reads on the task's own loop: every handler runs on the task's
 // thread, and the task's end closes what is still open there. So does a server given a
-// task's loop.
+// task's loop, and a listener whose connections go to such a task.
 #include <thread>
 
 #include "VellmarkSources.pb.h"
 #include "framework/AsyncCallback.h"
+#include "platform/ipc/IPCLog.h"
 #include "platform/task/BreakThread.h"
 #include "platform/task/Task.h"
 #include "tests/integration/transport/TransportTestSupport.h"
@@ -179,6 +180,68 @@ TEST(TaskLoopServer, AServerOnATasksLoopRunsItsHandlersOnTheTasksThread) {
     task.Stop();
     ASSERT_TRUE(client.disconnects.WaitFor(1));
     service.server->Stop();
+}
+
+// The thread of every IPC log line whose text holds `part`, while the object lives.
+class IpcLineThreads {
+public:
+    explicit IpcLineThreads(std::string part)
+        : m_part(std::move(part)), m_threshold(IPCLog().Threshold()) {
+        IPCLog().SetThreshold(DPrint::Info);
+        m_previous = DPrint::SetSink([this](DPrint::Record const& record) {
+            if (record.text.find(m_part) != std::string_view::npos) {
+                threads.Put(std::this_thread::get_id());
+            }
+        });
+    }
+    ~IpcLineThreads() {
+        DPrint::SetSink(m_previous);
+        IPCLog().SetThreshold(m_threshold);
+    }
+
+    Inbox<std::thread::id> threads;
+
+private:
+    std::string const m_part;
+    DPrint::Level const m_threshold;
+    DPrint::Sink m_previous;
+};
+
+// A listener whose connections go to an IL::Task through an AsyncCallback makes its
+// attempts on that task's loop: the connection is made on the task's thread, and the
+// client needs no thread of the listener's. The task ends first here: the attempts end
+// with its loop, before the listener goes.
+TEST(TaskLoopListener, AListenerReportingToATaskConnectsOnTheTasksThread) {
+    RuntimeFolder folder;
+    ScriptedServer service({}, Echo);
+    auto listener = IL::CreateClientListener("task-listener", 10ms);
+    IpcLineThreads connecting("listener task-listener: connected to");
+    IL::Task task("loop-listener");
+    using Socket = std::shared_ptr<Network::ConnectorSocket>;
+    Inbox<std::pair<Socket, std::thread::id>> reported;
+    AsyncCallback<Socket> onConnected(
+        [&](Socket const& socket) {
+            reported.Put({socket, std::this_thread::get_id()});
+        },
+        &task);
+    listener->Listen(IPCDirectory::Get().Lookup(kService), onConnected);
+    ASSERT_TRUE(reported.WaitFor(1));
+    ASSERT_TRUE(connecting.threads.WaitFor(1));
+    EXPECT_EQ(connecting.threads.At(0), task.ThreadId());
+    EXPECT_EQ(reported.At(0).second, task.ThreadId());
+
+    // The connection serves a router on the task.
+    auto router = IPCMessageRouterFactory::CreateRouter("task-router", &task, reported.At(0).first);
+    ASSERT_NE(router, nullptr);
+    Inbox<std::string> responses;
+    router->SendEnvelopeRequest(3, Bytes("ping"), [&](IPCMessageEnvelope const& response) {
+        responses.Put(response.payload());
+    });
+    ASSERT_TRUE(responses.WaitFor(1));
+    EXPECT_EQ(responses.At(0), "ping");
+    task.Stop();
+    ASSERT_TRUE(service.disconnected.WaitFor(1));
+    router->Stop();
 }
 
 }  // namespace

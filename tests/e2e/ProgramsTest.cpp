@@ -10,7 +10,18 @@
 namespace Vellmark::EndToEnd {
 namespace {
 
-class Programs : public ServiceTest {};
+class Programs : public ServiceTest {
+protected:
+    // `vellmarkctl subscribe product-settings --count 1`, once it says it has subscribed.
+    std::unique_ptr<ChildProcess> SubscribeToProductSettings() {
+        auto subscriber = std::make_unique<ChildProcess>(
+            VELLMARKCTL_PATH, std::vector<std::string>{"--runtime-dir", Folder(), "subscribe",
+                                                       "product-settings", "--count", "1"});
+        EXPECT_TRUE(subscriber->WaitForError("subscribed to product-settings", kBound))
+            << subscriber->Errors();
+        return subscriber;
+    }
+};
 
 TEST_F(Programs, GetPrintsTheResourceAsJsonMaskedUnlessSecretsAreAskedFor) {
     StartService();
@@ -126,11 +137,8 @@ TEST_F(Programs, EveryCommandHasHelpAndBadArgumentsExitWithTwo) {
 
 TEST_F(Programs, SubscribePrintsEachUpdate) {
     StartService();
-    auto subscriber = std::make_unique<ChildProcess>(
-        VELLMARKCTL_PATH, std::vector<std::string>{"--runtime-dir", Folder(), "subscribe",
-                                                   "product-settings", "--count", "1"});
-    ASSERT_TRUE(subscriber->WaitForError("subscribed to product-settings", kBound))
-        << subscriber->Errors();
+    auto subscriber = SubscribeToProductSettings();
+    if (HasFailure()) return;
     VellmarkPB::ProductSettings settings;
     settings.set_name("Büro");
     AdminPut("product-settings", settings);
@@ -158,11 +166,8 @@ std::vector<std::string> ThreadNames(pid_t pid) {
 // add threads of its own.)
 TEST_F(Programs, ASubscriberRunsNoThreadBeyondItsMainThreadAndItsTask) {
     StartService();
-    auto subscriber = std::make_unique<ChildProcess>(
-        VELLMARKCTL_PATH, std::vector<std::string>{"--runtime-dir", Folder(), "subscribe",
-                                                   "product-settings", "--count", "1"});
-    ASSERT_TRUE(subscriber->WaitForError("subscribed to product-settings", kBound))
-        << subscriber->Errors();
+    auto subscriber = SubscribeToProductSettings();
+    if (HasFailure()) return;
     auto const names = ThreadNames(subscriber->Pid());
     std::string listed;
     for (auto const& name : names) listed += "'" + name + "' ";

@@ -44,12 +44,7 @@ TEST_F(HandedOverSocket, IsServedAndItsFileLeftInPlace) {
     ClientEnd client;
     auto router = client.Connect();
     ASSERT_NE(router, nullptr);
-    Inbox<std::string> responses;
-    router->SendEnvelopeRequest(5, Bytes("question"), [&](IPCMessageEnvelope const& response) {
-        responses.Put(response.payload());
-    });
-    ASSERT_TRUE(responses.WaitFor(1));
-    EXPECT_EQ(responses.At(0), "question");
+    EXPECT_EQ(Ask(*router, 5, "question"), "question");
 
     service->server->Stop();
     struct stat status {};

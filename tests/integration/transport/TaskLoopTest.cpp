@@ -167,12 +167,7 @@ TEST(TaskLoopServer, AServerOnATasksLoopRunsItsHandlersOnTheTasksThread) {
     ClientEnd client;
     auto router = client.Connect();
     ASSERT_NE(router, nullptr);
-    Inbox<std::string> responses;
-    router->SendEnvelopeRequest(3, Bytes("ping"), [&](IPCMessageEnvelope const& response) {
-        responses.Put(response.payload());
-    });
-    ASSERT_TRUE(responses.WaitFor(1));
-    EXPECT_EQ(responses.At(0), "ping");
+    EXPECT_EQ(Ask(*router, 3, "ping"), "ping");
     EXPECT_EQ(handlerThreads.At(0), task.ThreadId());
 
     // The task ends first: the server stops serving with it, its client sees the end, and
@@ -233,12 +228,7 @@ TEST(TaskLoopListener, AListenerReportingToATaskConnectsOnTheTasksThread) {
     // The connection serves a router on the task.
     auto router = IPCMessageRouterFactory::CreateRouter("task-router", &task, reported.At(0).first);
     ASSERT_NE(router, nullptr);
-    Inbox<std::string> responses;
-    router->SendEnvelopeRequest(3, Bytes("ping"), [&](IPCMessageEnvelope const& response) {
-        responses.Put(response.payload());
-    });
-    ASSERT_TRUE(responses.WaitFor(1));
-    EXPECT_EQ(responses.At(0), "ping");
+    EXPECT_EQ(Ask(*router, 3, "ping"), "ping");
     task.Stop();
     ASSERT_TRUE(service.disconnected.WaitFor(1));
     router->Stop();

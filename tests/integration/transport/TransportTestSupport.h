@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -77,6 +78,18 @@ inline IPCMessageEnvelope Bytes(std::string payload) {
     IPCMessageEnvelope envelope;
     envelope.set_payload(std::move(payload));
     return envelope;
+}
+
+// Sends `payload` as a request under `id` and returns the payload of its response, or
+// nothing when none came within the bound.
+inline std::optional<std::string> Ask(IPCMessageRouterIF& router, unsigned int id,
+                                      std::string payload) {
+    auto responses = std::make_shared<Inbox<std::string>>();
+    router.SendEnvelopeRequest(
+        id, Bytes(std::move(payload)),
+        [responses](IPCMessageEnvelope const& response) { responses->Put(response.payload()); });
+    if (!responses->WaitFor(1)) return std::nullopt;
+    return responses->At(0);
 }
 
 struct Message {

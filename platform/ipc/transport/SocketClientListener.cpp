@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
-#include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
 
 #include "framework/AsyncCallback.h"

@@ -278,6 +278,9 @@ Vellmark::Admin::ClientList VellmarkService::Clients() const {
 }
 
 std::size_t VellmarkService::DropConnections() {
+    // A client whose connection waits in the backlog counts itself connected: it is
+    // dropped too, as a restart would.
+    if (m_server) m_server->AcceptWaiting();
     auto const sessions = Sessions();
     for (auto const& session : sessions) session->Close();
     Log().Log(DPrint::Flow, "dropped %zu connections", sessions.size());

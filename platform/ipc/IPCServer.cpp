@@ -210,6 +210,8 @@ public:
         return out;
     }
 
+    std::size_t AcceptWaiting() { return m_acceptor->AcceptWaiting(); }
+
     std::vector<Tarv::ServerUserCount> Users() const { return m_admission.Users(); }
     Tarv::ServerLimits const& ClientLimits() const { return m_admission.Limits(); }
 
@@ -389,6 +391,10 @@ std::string const& IPCServer::Path() const {
 
 std::vector<IPCServer::SessionPtr> IPCServer::Sessions() const {
     return m_core->Sessions();
+}
+
+std::size_t IPCServer::AcceptWaiting() {
+    return m_core->AcceptWaiting();
 }
 
 std::size_t IPCServer::Broadcast(unsigned int id, IPCMessageEnvelope const& envelope) {

@@ -145,6 +145,10 @@ public:
     std::string const& Path() const;
     // The connections open now, in the order they were accepted.
     std::vector<SessionPtr> Sessions() const;
+    // On the server's loop thread: accepts at once the connections still waiting to be
+    // accepted (their clients count them as made), so that Sessions() holds them too.
+    // Returns how many; elsewhere it accepts nothing and returns 0.
+    std::size_t AcceptWaiting();
     // Pushes a notification to every connection; returns to how many it went.
     std::size_t Broadcast(unsigned int id, IPCMessageEnvelope const& envelope);
     // The connections and refusals of every user seen, by uid.

@@ -1,6 +1,8 @@
 #include "platform/ipc/transport/SocketAcceptor.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <asio/io_context.hpp>
@@ -110,6 +112,24 @@ void SocketAcceptor::Accept() {
         }
         self->Accept();
     });
+}
+
+std::size_t SocketAcceptor::AcceptWaiting() {
+    if (!m_accepted || m_paused || !m_io->acceptor.is_open() || !m_loop->RunsOnCurrentThread()) {
+        return 0;
+    }
+    // The pending async_accept finds nothing left and waits on; a failure here (out of
+    // descriptors) is left for it to meet and handle.
+    std::size_t accepted = 0;
+    int const listening = m_io->acceptor.native_handle();
+    for (;;) {
+        pollfd waiting{listening, POLLIN, 0};
+        if (::poll(&waiting, 1, 0) != 1 || !(waiting.revents & POLLIN)) return accepted;
+        int const fd = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) return accepted;
+        ++accepted;
+        m_accepted(fd);
+    }
 }
 
 bool SocketAcceptor::UseReserve(int error) {

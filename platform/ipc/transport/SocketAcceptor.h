@@ -57,6 +57,10 @@ public:
     // A descriptor has been freed: the reserve is made whole, and a paused acceptor accepts
     // again at once.
     void Resume();
+    // On the loop's thread, once started: accepts now the connections waiting in the
+    // socket's backlog, which their clients count as made already, and returns how many.
+    // Elsewhere, or while paused, it accepts nothing.
+    std::size_t AcceptWaiting();
     // Stops accepting and closes the socket. Idempotent.
     void Close();
 

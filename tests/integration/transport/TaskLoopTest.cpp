@@ -177,6 +177,41 @@ TEST(TaskLoopServer, AServerOnATasksLoopRunsItsHandlersOnTheTasksThread) {
     service.server->Stop();
 }
 
+// A client counts its connection made once it waits in the server's backlog; the server's
+// loop may not have accepted it yet. AcceptWaiting takes those in at once: here the loop is
+// kept busy by the very work that connects, so none could have been accepted before.
+TEST(TaskLoopServer, AcceptWaitingTakesInTheConnectionsTheLoopHasNotAcceptedYet) {
+    RuntimeFolder folder;
+    IL::Task task("loop-backlog");
+    IPCServer::Options options;
+    options.loop = task.Loop();
+    ScriptedServer service(options, Echo);
+    Inbox<std::size_t> counts;
+    std::vector<std::unique_ptr<RawClient>> clients;
+    IL::BreakThread(
+        [&] {
+            for (int i = 0; i < 3; ++i) clients.push_back(std::make_unique<RawClient>());
+            counts.Put(service.server->Sessions().size());
+            counts.Put(service.server->AcceptWaiting());
+            counts.Put(service.server->Sessions().size());
+            counts.Put(service.server->AcceptWaiting());
+        },
+        &task);
+    ASSERT_TRUE(counts.WaitFor(4));
+    for (auto const& client : clients) EXPECT_TRUE(client->connected);
+    EXPECT_EQ(counts.At(0), 0u);
+    EXPECT_EQ(counts.At(1), 3u);
+    EXPECT_EQ(counts.At(2), 3u);
+    EXPECT_EQ(counts.At(3), 0u);
+    EXPECT_TRUE(service.connected.WaitFor(3));
+    // Off the loop's thread it takes nothing in.
+    RawClient late;
+    ASSERT_TRUE(late.connected);
+    EXPECT_EQ(service.server->AcceptWaiting(), 0u);
+    EXPECT_TRUE(service.connected.WaitFor(4));
+    service.server->Stop();
+}
+
 // The thread of every IPC log line whose text holds `part`, while the object lives.
 class IpcLineThreads {
 public:

@@ -115,14 +115,17 @@ void SocketAcceptor::Accept() {
 }
 
 std::size_t SocketAcceptor::AcceptWaiting() {
-    if (!m_accepted || m_paused || !m_io->acceptor.is_open() || !m_loop->RunsOnCurrentThread()) {
-        return 0;
-    }
+    // Everything below is the loop thread's.
+    if (!m_loop->RunsOnCurrentThread()) return 0;
+    if (!m_accepted || m_paused || !m_io->acceptor.is_open()) return 0;
     // The pending async_accept finds nothing left and waits on; a failure here (out of
     // descriptors) is left for it to meet and handle.
+    // Bounded, so that a peer connecting without end cannot hold the loop here: what is
+    // left waits for the pending async_accept.
+    constexpr std::size_t kAtMost = 1024;
     std::size_t accepted = 0;
     int const listening = m_io->acceptor.native_handle();
-    for (;;) {
+    while (accepted < kAtMost) {
         pollfd waiting{listening, POLLIN, 0};
         if (::poll(&waiting, 1, 0) != 1 || !(waiting.revents & POLLIN)) return accepted;
         int const fd = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
@@ -130,6 +133,7 @@ std::size_t SocketAcceptor::AcceptWaiting() {
         ++accepted;
         m_accepted(fd);
     }
+    return accepted;
 }
 
 bool SocketAcceptor::UseReserve(int error) {

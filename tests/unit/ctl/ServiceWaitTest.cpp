@@ -1,5 +1,5 @@
 // --wait: the wait for a socket that takes connections ends on the folder's events, when
-// the socket listens, also when its folder did not exist yet.
+// the socket listens, also when its folder did not exist yet or came while it was looked for.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/socket.h>
@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <future>
 
+#include "tools/FolderWatch.h"
 #include "tools/ServiceWait.h"
 
 namespace Vellmark::Ctl {
@@ -72,6 +73,25 @@ TEST_F(ServiceWait, WaitsForAFolderThatIsNotThereYet) {
     server.Listen();
     ASSERT_EQ(waited.wait_for(kBound), std::future_status::ready);
     EXPECT_EQ(waited.get(), WaitResult::Accepting);
+}
+
+// The folder on the way comes after it was found missing and before its parent is watched:
+// the parent's watch never hears of what happens inside it, so the watch looks again at once.
+TEST_F(ServiceWait, AFolderThatComesWhileItsParentIsBeingWatchedIsLookedAtAgain) {
+    std::filesystem::create_directories(m_folder + "/run");
+    std::string const folder = m_folder + "/run/tarv";
+    int missing = 0;
+    FolderWatch watch(std::filesystem::path(folder) / "Vellmark.sock",
+                      [&](std::filesystem::path const& path) {
+                          ++missing;
+                          EXPECT_EQ(path, std::filesystem::path(folder));
+                          std::filesystem::create_directory(folder);
+                      });
+    EXPECT_EQ(missing, 1);
+    EXPECT_TRUE(watch.Wait(0));
+    // Looked at again, nothing more has changed.
+    FolderWatch again(std::filesystem::path(folder) / "Vellmark.sock");
+    EXPECT_FALSE(again.Wait(0));
 }
 
 TEST_F(ServiceWait, EndsAtOnceForASocketThatListensAndAfterTheBoundForNone) {

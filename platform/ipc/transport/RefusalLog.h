@@ -9,7 +9,6 @@
 // Not thread-safe: the server guards it.
 #include <sys/types.h>
 
-#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -24,7 +23,6 @@ namespace Tarv {
 class TARV_TRANSPORT_EXPORT RefusalLog {
 public:
     using Clock = LogWindow::Clock;
-    static constexpr std::chrono::seconds kWindow = LogWindow::kWindow;
 
     // The text to log for refusing `uid` (process `pid`) at `now`, or nothing when the
     // refusal is only counted.

@@ -1,6 +1,6 @@
 #pragma once
 // What a test reads of a running process in /proc: its CPU time, whether any of its threads
-// is running or waiting to run, its open descriptors, its resident memory.
+// is running or waiting to run, its threads' names, its open descriptors, its resident memory.
 #include <dirent.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -57,6 +57,18 @@ inline bool AnyThreadRunnable(pid_t pid) {
         if (!fields.empty() && fields[0] == "R") return true;
     }
     return false;
+}
+
+// The names of the threads of `pid` (their comm).
+inline std::vector<std::string> ThreadNames(pid_t pid) {
+    std::string const tasks = "/proc/" + std::to_string(pid) + "/task/";
+    std::vector<std::string> names;
+    for (auto const& thread : Entries(tasks)) {
+        std::ifstream comm(tasks + thread + "/comm");
+        std::string name;
+        if (std::getline(comm, name)) names.push_back(name);
+    }
+    return names;
 }
 
 inline std::size_t OpenDescriptors(pid_t pid) {

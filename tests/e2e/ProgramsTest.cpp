@@ -2,9 +2,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 
+#include "tests/e2e/ProcessStats.h"
 #include "tests/e2e/ServiceFixture.h"
 
 namespace Vellmark::EndToEnd {
@@ -146,19 +145,6 @@ TEST_F(Programs, SubscribePrintsEachUpdate) {
     VellmarkPB::ProductSettings printed;
     ASSERT_EQ(Vellmark::Json::Parse(subscriber->Output(), printed), "");
     EXPECT_TRUE(Same(printed, settings));
-}
-
-// The names of the threads of process `pid`.
-std::vector<std::string> ThreadNames(pid_t pid) {
-    std::vector<std::string> names;
-    std::string const tasks = "/proc/" + std::to_string(pid) + "/task";
-    std::error_code error;
-    for (auto const& entry : std::filesystem::directory_iterator(tasks, error)) {
-        std::ifstream comm(entry.path() / "comm");
-        std::string name;
-        if (std::getline(comm, name)) names.push_back(name);
-    }
-    return names;
 }
 
 // A client on its own task needs no other thread: the listener makes its attempts on the
